@@ -1,5 +1,10 @@
 #include "vfutilities.h"
 
+#include "vfcrosscuttingmanagerplaceholder.h"
+
+#include <QFile>
+#include <QJsonParseError>
+
 namespace Crosscutting {
 
 // ---- Part 7.2: backtrace capture --------------------------------------------------------
@@ -15,6 +20,35 @@ namespace Crosscutting {
 
 
 // ---- Part 8.4: JSON documents -----------------------------------------------------------
+
+StatusCode VfUtilities::createJsonDocumentFromFile(QString const& path, QJsonDocument* document, bool reportFailure)
+{
+    if (!document) {
+        if (reportFailure)
+            return REPORT_STATUS(VfStatusCodes::InputNull, QStringLiteral("jsonDocument"));
+        return VfStatusCodes::InputNull;
+    }
+    if (!QFile::exists(path)) {
+        if (reportFailure)
+            return REPORT_STATUS(VfStatusCodes::FileNotFound, path);
+        return VfStatusCodes::FileNotFound;
+    }
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        if (reportFailure)
+            return REPORT_STATUS(VfStatusCodes::FileCannotOpen, path);
+        return VfStatusCodes::FileCannotOpen;
+    }
+    QJsonParseError parseError;
+    // Part 8.4: assigned whether or not the parse succeeded, so a failure empties the document.
+    *document = QJsonDocument::fromJson(file.readAll(), &parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        if (reportFailure)
+            return REPORT_STATUS(VfStatusCodes::ConfigurationDataInvalid, path, parseError.errorString());
+        return VfStatusCodes::ConfigurationDataInvalid;
+    }
+    return VfStatusCodes::Success;
+}
 
 
 } // namespace Crosscutting

@@ -1,0 +1,12 @@
+#include "vfabstractstatusreporter.h"
+
+namespace Crosscutting {
+
+VfAbstractStatusReporter::VfAbstractStatusReporter(QObject* parent)
+    : QObject(parent)
+{
+}
+
+VfAbstractStatusReporter::~VfAbstractStatusReporter() = default;
+
+} // namespace Crosscutting

@@ -1,0 +1,76 @@
+#include "vfcrosscuttingmanagerplaceholder.h"
+
+#include "vfabstractlogmanager.h"
+#include "vfmutexlocker.h"
+#include "vfplatforminfo.h"
+#include "vfstatusreporter.h"
+#include "vfunixsignalhandler.h"
+
+#include <csignal>
+#include <cstring>
+
+namespace Crosscutting {
+
+VfCrosscuttingManagerPlaceholder* VfCrosscuttingManagerPlaceholder::s_instance = nullptr;
+VfRecursiveMutex VfCrosscuttingManagerPlaceholder::s_mutex(120000);
+
+VfCrosscuttingManagerPlaceholder* VfCrosscuttingManagerPlaceholder::instance()
+{
+    VfMutexLocker<VfRecursiveMutex> locker(s_mutex);
+    if (!s_instance)
+        s_instance = new VfCrosscuttingManagerPlaceholder();
+    return s_instance;
+}
+
+void VfCrosscuttingManagerPlaceholder::drop()
+{
+    VfMutexLocker<VfRecursiveMutex> locker(s_mutex);
+    delete s_instance;
+    s_instance = nullptr;
+}
+
+VfCrosscuttingManagerPlaceholder::VfCrosscuttingManagerPlaceholder()
+{
+    // Part 1.1: the catalogue is complete before any other service exists.
+    m_statusReporter.reset(new VfStatusReporter(nullptr));
+    m_platformInfo.reset(new VfPlatformInfo(nullptr));
+}
+
+VfCrosscuttingManagerPlaceholder::~VfCrosscuttingManagerPlaceholder()
+{
+    // Reverse of construction; the log manager goes before the reporter, ending the connection.
+    m_platformInfo.reset();
+    m_logManager.reset();
+    m_statusReporter.reset();
+}
+
+VfAbstractStatusReporter* VfCrosscuttingManagerPlaceholder::statusReporter() const
+{
+    return m_statusReporter.data();
+}
+
+VfAbstractLogManager* VfCrosscuttingManagerPlaceholder::logManager() const
+{
+    return m_logManager.data();
+}
+
+VfPlatformInfo* VfCrosscuttingManagerPlaceholder::platformInfo() const
+{
+    return m_platformInfo.data();
+}
+
+void VfCrosscuttingManagerPlaceholder::initializePlatformSpecificFunctionality() const
+{
+    struct sigaction action;
+    std::memset(&action, 0, sizeof(action));
+    // The handler takes (unsigned int, sigcontext) but is installed as a plain one-argument handler
+    // and reads neither argument (Part 7.1).
+    // The detour through void (*)() is the sanctioned way to change a function pointer's type.
+    action.sa_handler = reinterpret_cast<void (*)(int)>(reinterpret_cast<void (*)()>(&linuxGeneralSignalHandler));
+    // Part 1.1: SIGILL, SIGHUP and SIGFPE only, SIGHUP deliberately; results ignored.
+    sigaction(SIGILL, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
+    sigaction(SIGFPE, &action, nullptr);
+}
+
+} // namespace Crosscutting

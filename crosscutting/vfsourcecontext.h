@@ -1,0 +1,67 @@
+#ifndef VFSOURCECONTEXT_H
+#define VFSOURCECONTEXT_H
+
+#include "vfcrosscutting_export.h"
+#include "vfdisplayable.h"
+
+#include <QDateTime>
+#include <QDebug>
+#include <QString>
+#include <QStringList>
+
+namespace Crosscutting {
+
+// Immutable record of where and when a report or log entry was made (Parts 3.1, 3.2).
+class VFCROSSCUTTING_EXPORT VfSourceContext : private VfDisplayable
+{
+public:
+    using VfDisplayable::DisplayFormat;
+    using VfDisplayable::ShortForm;
+    using VfDisplayable::ShortFormWithTimestamp;
+    using VfDisplayable::SingleLineLongForm;
+    using VfDisplayable::MultiLineLongForm;
+
+    VfSourceContext(const QString& sourceModule, const QString& sourceFilename, const QString& sourceNamespace,
+                    const QString& sourceClass, const QString& sourceFunction, unsigned long long sourceLineNumber,
+                    QString sourceThread, const QStringList& additionalInfo);
+    ~VfSourceContext() override;
+
+    QString toString(DisplayFormat format) const override;
+    QString formatSingleLineShortFormString(bool includeTimestamp) const;
+
+    QString sourceModule() const;
+    QString sourceFilename() const;
+    QString sourceNamespace() const;
+    QString sourceClass() const;
+    QString sourceFunction() const;
+    QString sourceThread() const;
+    unsigned long long sourceLineNumber() const;
+    QStringList additionalInfo() const;
+    QDateTime timestamp() const;
+
+private:
+    QString timeText() const;
+
+    QDateTime m_timestamp;
+    QString m_sourceModule;
+    QString m_sourceFilename;
+    QString m_sourceNamespace;
+    QString m_sourceClass;
+    QString m_sourceFunction;
+    unsigned long long m_sourceLineNumber;
+    QString m_sourceThread;
+    QStringList m_additionalInfo;
+};
+
+// A new context on the heap, from what the compiler knows at a reporting site (Part 3.1);
+// ownership passes to reportStatus.
+VFCROSSCUTTING_EXPORT VfSourceContext& createSourceContext(const QString& sourceModule, const QString& sourceFile,
+                                                           unsigned long long lineNumber,
+                                                           const QString& functionSignature,
+                                                           const QStringList& additionalInfo);
+
+VFCROSSCUTTING_EXPORT QDebug operator<<(QDebug debug, const VfSourceContext& context);
+
+} // namespace Crosscutting
+
+#endif // VFSOURCECONTEXT_H
