@@ -2,8 +2,25 @@
 
 #include "vfcrosscuttingmanagerplaceholder.h"
 
+#include <QDateTime>
+#include <QDirIterator>
+#include <QDomNode>
 #include <QFile>
+#include <QFileInfo>
+#include <QHash>
 #include <QJsonParseError>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QXmlStreamWriter>
+
+#include <cxxabi.h>
+#include <execinfo.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
 
 namespace Crosscutting {
 
@@ -14,6 +31,29 @@ namespace Crosscutting {
 
 
 // ---- Part 8.2: file and path utilities --------------------------------------------------
+
+QString VfUtilities::filePathOnly(QString const& path)
+{
+    const QRegularExpression lastComponent(QStringLiteral("/[^/]*$"));
+    // A bare file name is its own directory part, not an empty text.
+    if (!path.contains(QLatin1Char('/')))
+        return path;
+    QString directory = path;
+    return directory.replace(lastComponent, QString());
+}
+
+QStringList VfUtilities::findAllFiles(QDir const& directory)
+{
+    QStringList files;
+    QDirIterator iterator(directory.absolutePath(), QDirIterator::Subdirectories);
+    while (iterator.hasNext()) {
+        iterator.next();
+        if (iterator.fileInfo().isDir())
+            continue;
+        files.append(iterator.filePath());
+    }
+    return files;
+}
 
 
 // ---- Part 8.3: XML and metadata utilities -----------------------------------------------
