@@ -1,6 +1,7 @@
 #include "vfcrosscuttingmanagerplaceholder.h"
 
 #include "vfabstractlogmanager.h"
+#include "vflogmanager.h"
 #include "vfmutexlocker.h"
 #include "vfplatforminfo.h"
 #include "vfstatusreporter.h"
@@ -33,7 +34,12 @@ VfCrosscuttingManagerPlaceholder::VfCrosscuttingManagerPlaceholder()
 {
     // Part 1.1: the catalogue is complete before any other service exists.
     m_statusReporter.reset(new VfStatusReporter(nullptr));
+    m_logManager.reset(new VfLogManager(nullptr));
     m_platformInfo.reset(new VfPlatformInfo(nullptr));
+    // Part 1.1: the virtual slot, so an override runs; queued across threads once the application registers
+    // VfStatusChangeEvent. The handle is not kept.
+    QObject::connect(m_statusReporter.data(), &VfAbstractStatusReporter::statusChangeOccurred, m_logManager.data(),
+                     &VfAbstractLogManager::logStatusChange, Qt::AutoConnection);
 }
 
 VfCrosscuttingManagerPlaceholder::~VfCrosscuttingManagerPlaceholder()

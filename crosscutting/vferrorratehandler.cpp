@@ -1,0 +1,79 @@
+#include "vferrorratehandler.h"
+
+#include "vfcrosscuttingmanagerplaceholder.h"
+
+#include <QDateTime>
+
+#include <limits>
+
+namespace Crosscutting {
+
+namespace {
+
+// Seconds since the epoch as 32-bit unsigned, as Part 4.5 fixes it.
+quint32 currentSeconds()
+{
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED
+    return QDateTime::currentDateTime().toTime_t();
+    QT_WARNING_POP
+}
+
+// Part 4.5: truncation toward zero, with the target's results made explicit where C++ leaves them open:
+// not-a-number (infinity times zero) gives 0 tokens, infinity fills the bucket.
+quint64 truncateToUnsigned(float sum)
+{
+    if (!(sum > 0.0f))
+        return 0;
+    if (sum >= 18446744073709551616.0f)
+        return std::numeric_limits<quint64>::max();
+    return static_cast<quint64>(sum);
+}
+
+} // namespace
+
+VfErrorRateHandler::VfErrorRateHandler(unsigned long long maxErrors, unsigned long long timeInterval,
+                                       QObject* parent)
+    : QObject(parent)
+    , m_lastUpdateTime(currentSeconds())
+    , m_maxErrors(maxErrors)
+    , m_timeInterval(timeInterval)
+    , m_allowedErrors(maxErrors)
+{
+}
+
+VfErrorRateHandler::~VfErrorRateHandler() = default;
+
+bool VfErrorRateHandler::errorRateCheckEnabled(QSharedPointer<const VfLogEntry> logEntry)
+{
+    Q_UNUSED(logEntry)
+    return true;
+}
+
+bool VfErrorRateHandler::canWrite(QSharedPointer<const VfLogEntry> logEntry)
+{
+    if (!errorRateCheckEnabled(logEntry))
+        return true;
+    // Part 4.5: kept as specified: the time is stored even when no whole token was gained, so fractions are lost.
+    const quint32 now = currentSeconds();
+    const quint32 elapsed = now - m_lastUpdateTime;
+    m_lastUpdateTime = now;
+    const float rate = static_cast<float>(m_maxErrors) / static_cast<float>(m_timeInterval);
+    const float gain = rate * static_cast<float>(elapsed);
+    const float sum = gain + static_cast<float>(m_allowedErrors);
+    const quint64 tokens = truncateToUnsigned(sum);
+    m_allowedErrors = qMin(tokens, m_maxErrors);
+    return static_cast<double>(m_allowedErrors) >= 1.0;
+}
+
+void VfErrorRateHandler::updateAllowedErrors()
+{
+    const double remaining = static_cast<double>(m_allowedErrors) - 1.0;
+    // A bucket at 0 stays at 0 (Part 4.5).
+    m_allowedErrors = remaining > 0.0 ? static_cast<quint64>(remaining) : 0;
+    // The last token pays for the report itself (Part 4.5).
+    if (static_cast<double>(m_allowedErrors) < 2.0)
+        REPORT_STATUS(VfStatusCodes::ErrorRateTooHigh, QStringLiteral("critical"));
+}
+
+} // namespace Crosscutting
