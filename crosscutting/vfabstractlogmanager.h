@@ -7,6 +7,7 @@
 #include "vfstatuschangeevent.h"
 
 #include <QDir>
+#include <QtGlobal>
 #include <QList>
 #include <QObject>
 #include <QRegularExpression>
@@ -85,6 +86,14 @@ signals:
                              Crosscutting::VfLogType logType);
 };
 
+// The Qt message bridge (Part 4.7): routes qDebug, qWarning and their kin into the DebugLog.
+// The library never installs it; an application passes it to qInstallMessageHandler.
+VFCROSSCUTTING_EXPORT void logMessageHandler(QtMsgType type, QMessageLogContext const& context, QString const& message);
+
 } // namespace Crosscutting
+
+// The module label of a Qt message by the base name of its source file (Part 4.7).
+VFCROSSCUTTING_EXPORT QString moduleForFilename(QString const& fileName, QString const& qtModule,
+                                                QString const& frameworkModule);
 
 #endif // VFABSTRACTLOGMANAGER_H

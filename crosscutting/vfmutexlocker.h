@@ -1,0 +1,43 @@
+#ifndef VFMUTEXLOCKER_H
+#define VFMUTEXLOCKER_H
+
+#include <QThread>
+
+#include <cstdint>
+#include <mutex>
+
+namespace Crosscutting {
+
+// Scoped lock of a VfMutex or VfRecursiveMutex that brackets the lock with the mutex's two hooks (Part 5.1).
+// The result of lock() is ignored: after a timed-out wait the scope runs without the lock.
+template <typename Mutex, template <typename> class Guard = std::lock_guard>
+class VfMutexLocker
+{
+public:
+    explicit VfMutexLocker(Mutex& mutex)
+        : m_guard(mutex)
+        , m_lockedMutex(&mutex)
+    {
+        // Part 5.1: kept as specified: the lock-side hook gets constants, not the calling thread.
+        m_lockedMutex->lockPostProcessing(0, nullptr, nullptr, 0, nullptr);
+    }
+
+    ~VfMutexLocker()
+    {
+        if (m_lockedMutex) {
+            m_lockedMutex->unlockPostProcessing(
+                static_cast<unsigned long long>(reinterpret_cast<std::intptr_t>(QThread::currentThreadId())));
+        }
+    }
+
+    VfMutexLocker(VfMutexLocker const&) = delete;
+    VfMutexLocker& operator=(VfMutexLocker const&) = delete;
+
+private:
+    Guard<Mutex> m_guard;
+    Mutex* m_lockedMutex;
+};
+
+} // namespace Crosscutting
+
+#endif // VFMUTEXLOCKER_H

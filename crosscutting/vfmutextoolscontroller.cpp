@@ -1,0 +1,44 @@
+#include "vfmutextoolscontroller.h"
+
+namespace Crosscutting {
+
+VfMutexToolsController* VfMutexToolsController::s_instance = nullptr;
+std::mutex VfMutexToolsController::s_mutexToolsControllerMutex;
+
+VfMutexToolsController::VfMutexToolsController()
+    : m_state(0)
+{
+}
+
+VfMutexToolsController::~VfMutexToolsController() = default;
+
+VfMutexToolsController* VfMutexToolsController::instance()
+{
+    std::lock_guard<std::mutex> guard(s_mutexToolsControllerMutex);
+    if (!s_instance)
+        s_instance = new VfMutexToolsController();
+    return s_instance;
+}
+
+void VfMutexToolsController::drop()
+{
+    std::lock_guard<std::mutex> guard(s_mutexToolsControllerMutex);
+    delete s_instance;
+    s_instance = nullptr;
+}
+
+unsigned char VfMutexToolsController::mutexToolsDebugState() const
+{
+    return m_state.load(std::memory_order_seq_cst);
+}
+
+// Part 5.2: kept as specified: both setters are empty, so the diagnostics stay dormant.
+void VfMutexToolsController::setMutexToolsDebugStateOn(unsigned char const&)
+{
+}
+
+void VfMutexToolsController::setMutexToolsDebugStateOff(unsigned char const&)
+{
+}
+
+} // namespace Crosscutting
