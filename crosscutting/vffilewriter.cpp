@@ -3,6 +3,8 @@
 #include "vfcrosscuttingmanagerplaceholder.h"
 #include "vfmutexlocker.h"
 
+#include <QSignalBlocker>
+
 #include <unistd.h>
 
 namespace Crosscutting {
@@ -102,7 +104,13 @@ QTextStream& VfFileWriter::getCurrentStream(unsigned long long size)
     if (static_cast<quint64>(m_logFile.size()) + size <= m_maxFileSize)
         return m_logStream;
     m_logStream.flush();
-    m_logFile.close();
+    {
+        // The stream has just been flushed. Its own close notifier is a QObject of the thread that built this
+        // writer: on a flush from another thread it would run queued there, outside m_writerMutex, racing
+        // with the next writes. So the file's aboutToClose stays silent here.
+        const QSignalBlocker silentClose(&m_logFile);
+        m_logFile.close();
+    }
     if (QFile::exists(m_backupFileName))
         QFile::remove(m_backupFileName);
     QFile::rename(m_logFile.fileName(), m_backupFileName);
