@@ -245,8 +245,14 @@ void tst_LogRoad::runStress(bool reports, bool limited)
     connect(writer, &VfFileWriter::backupLogFileCreated, this, [&rotations] { ++rotations; }, Qt::DirectConnection);
     int delivered = 0; // entries that reached the log, on this (the manager's) thread or a worker's
     std::atomic<int> deliveredAnywhere{0};
+    std::atomic<int> deliveredOnWorkers{0};
+    QThread* const managerThread = manager->thread();
     connect(Access::log(*manager, type), &VfLog::logEntryReady, this,
-            [&deliveredAnywhere](const QSharedPointer<const VfLogEntry>&) { ++deliveredAnywhere; },
+            [&deliveredAnywhere, &deliveredOnWorkers, managerThread](const QSharedPointer<const VfLogEntry>&) {
+                ++deliveredAnywhere;
+                if (QThread::currentThread() != managerThread)
+                    ++deliveredOnWorkers;
+            },
             Qt::DirectConnection);
     int timerTicks = 0;
     connect(&Access::flushTimer(*manager), &QTimer::timeout, this, [&timerTicks] { ++timerTicks; });
@@ -274,6 +280,10 @@ void tst_LogRoad::runStress(bool reports, bool limited)
     QVERIFY(flusher.flushes > 0);
     QVERIFY(timerTicks > 0);
     QCOMPARE(delivered, s_threads * s_entriesPerThread);
+    if (reports)
+        QCOMPARE(deliveredOnWorkers.load(), 0); // status events queued to the manager's thread (Part 2.3)
+    else
+        QCOMPARE(deliveredOnWorkers.load(), delivered); // addLogEntry runs on the logging thread (Part 4.1)
 
     QRegularExpression pattern;
     if (reports) {

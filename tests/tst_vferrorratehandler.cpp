@@ -260,6 +260,7 @@ void tst_VfErrorRateHandler::zeroIntervalInfiniteRate()
 {
     VfErrorRateHandler handler(5, 0, nullptr);
     bool result = false;
+    // Part 4.5: kept as specified: an interval of 0 makes the rate infinite.
     // After any elapsed second the bucket is full.
     withElapsed(handler, 1, 2, [&] { result = handler.canWrite(entryOf(Severity::Warning)); });
     QVERIFY(result);
@@ -321,6 +322,7 @@ void tst_VfErrorRateHandler::errorRateTooHighSequenceLeavesOneEntry()
     QSharedPointer<VfErrorRateHandler> handler(new VfErrorRateHandler(5, 10, nullptr));
     VfFileWriter writer(QDir(directory.path()), QStringLiteral("seq.log"), VfDisplayable::ShortForm, false, 0, handler,
                         nullptr);
+    // Part 4.5: kept as specified: the last token pays for the report, so one ErrorRateTooHigh stands in the file.
     // The writer receives the status log, on the log manager's thread.
     auto* manager = qobject_cast<VfLogManager*>(VfCrosscuttingManagerPlaceholder::instance()->logManager());
     QVERIFY(manager);

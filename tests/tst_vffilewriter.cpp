@@ -505,6 +505,15 @@ void tst_VfFileWriter::copyLogToDirectoryTargetFails()
     QCOMPARE(m_recorder->codes(), QList<StatusCode>{VfStatusCodes::FileCannotCopy});
     QCOMPARE(m_recorder->events.first().sourceContext()->additionalInfo(),
              (QStringList{path(QStringLiteral("dt.log.bak")), target}));
+    // Without a backup, the failing copy is that of the log file.
+    m_recorder->events.clear();
+    VfFileWriter plain(QDir(m_directory->path()), QStringLiteral("pl.log"), VfDisplayable::ShortForm, true, 1000,
+                       QSharedPointer<VfErrorRateHandler>(), nullptr);
+    plain.writeToLog(entryCounting(20, 'p'));
+    QVERIFY(!plain.copyLogTo(QDir(target)));
+    QCOMPARE(m_recorder->codes(), QList<StatusCode>{VfStatusCodes::FileCannotCopy});
+    QCOMPARE(m_recorder->events.first().sourceContext()->additionalInfo(),
+             (QStringList{path(QStringLiteral("pl.log")), target}));
 }
 
 void tst_VfFileWriter::flushWithEmptyQueueSyncs()
