@@ -20,6 +20,7 @@ int main(int argc, char** argv)
     QString xml;
     QXmlStreamWriter writer(&xml);
     writer.writeEmptyElement("ok");
+    writer.writeEndDocument();
     std::printf("consumer: code %llu, event %llu, %s\n", code, seen, qPrintable(xml));
     return (code == 34 && seen == 34) ? 0 : 1;
 }

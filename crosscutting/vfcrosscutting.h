@@ -1,0 +1,29 @@
+#ifndef VFCROSSCUTTING_H
+#define VFCROSSCUTTING_H
+
+// The one header that programs embedding the library include: every public header of libVfCrosscutting.
+
+#include "vfcrosscutting_export.h"
+#include "vfabstractlogmanager.h"
+#include "vfabstractmutex.h"
+#include "vfabstractstatusreporter.h"
+#include "vfcrosscuttingmanagerplaceholder.h"
+#include "vfdisplayable.h"
+#include "vfmutex.h"
+#include "vfmutexlocker.h"
+#include "vfmutextools.h"
+#include "vfmutextoolscontroller.h"
+#include "vfmutextracker.h"
+#include "vfplatforminfo.h"
+#include "vfrecursivemutex.h"
+#include "vfsourcecontext.h"
+#include "vfstaticstatusinfo.h"
+#include "vfstatuschangeevent.h"
+#include "vfstatuscodes.h"
+#include "vfstatusreporter.h"
+#include "vfstorageinfo.h"
+#include "vftimer.h"
+#include "vfunixsignalhandler.h"
+#include "vfutilities.h"
+
+#endif // VFCROSSCUTTING_H
