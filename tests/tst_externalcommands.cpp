@@ -212,7 +212,7 @@ void tst_ExternalCommands::shellHelperTimeout()
     int exitCode = -12345;
     QElapsedTimer timer;
     timer.start();
-    const QByteArray output = VfUtilities::shellHelper(command.constData(), "napper", 500, &exitCode);
+    const QByteArray output = VfUtilities::shellHelper(command.constData(), "napper", 1000, &exitCode);
     const qint64 elapsed = timer.elapsed();
 
     QVERIFY2(output.isEmpty(), output.constData()); // what was printed before the timeout is not returned
@@ -241,7 +241,7 @@ void tst_ExternalCommands::shellHelperTimeoutLeavesForkedProgram()
 
     // Part 8.1: the QProcess is destroyed at the end of the call, with the program still running.
     QTest::ignoreMessage(QtWarningMsg, "QProcess: Destroyed while process (\"sh\") is still running.");
-    VfUtilities::shellHelper(command.constData(), "forked", 500, nullptr);
+    VfUtilities::shellHelper(command.constData(), "forked", 1000, nullptr);
     QCOMPARE(m_recorder->codes(), QList<StatusCode>{VfStatusCodes::TimeoutExceeded});
 
     const qint64 shellPid = readPid(shellPidFile);
