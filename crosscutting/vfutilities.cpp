@@ -19,6 +19,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -130,9 +131,30 @@ StatusCode VfUtilities::processCommand(QString const& command, QStringList const
     return REPORT_STATUS(VfStatusCodes::ExternalProcessFailed, QStringLiteral("Failed to process") + commandText);
 }
 
+namespace {
+
+// The shell of shellHelper leads a process group of its own, so that ending it at the end of the
+// call also ends what it forked: dash forks even a lone command, which would outlive the shell.
+class ShellProcess : public QProcess
+{
+public:
+    ~ShellProcess() override
+    {
+        if (state() != QProcess::NotRunning) {
+            ::kill(-static_cast<pid_t>(processId()), SIGKILL);
+            waitForFinished(-1);
+        }
+    }
+
+protected:
+    void setupChildProcess() override { ::setpgid(0, 0); }
+};
+
+} // namespace
+
 QByteArray VfUtilities::shellHelper(char const* command, char const* name, int timeout, int* exitCode)
 {
-    QProcess process;
+    ShellProcess process;
     QByteArray standardOutput;
     const QString commandText = QString::fromLocal8Bit(command);
     process.start(QStringLiteral("sh"), QStringList{QStringLiteral("-c"), commandText}, QIODevice::ReadWrite);
@@ -148,7 +170,7 @@ QByteArray VfUtilities::shellHelper(char const* command, char const* name, int t
     // A negative exit code counts as success, as 0 does.
     if (process.exitCode() > 0)
         REPORT_STATUS(VfStatusCodes::CommandFailed, commandText, QString::fromLocal8Bit(process.readAllStandardError()));
-    // The QProcess ends here, and with it a shell that is still running.
+    // Part 8.1: the process ends with the scope, and with it a program that is still running.
     return standardOutput;
 }
 
