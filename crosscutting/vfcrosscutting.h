@@ -24,6 +24,7 @@
 #include "vfstatusreporter.h"
 #include "vfstorageinfo.h"
 #include "vftimer.h"
+#include "vfunixsignalhandler.h"
 #include "vfutilities.h"
 
 #endif // VFCROSSCUTTING_H
