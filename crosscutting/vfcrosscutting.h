@@ -4,6 +4,7 @@
 // The one header that programs embedding the library include: every public header of libVfCrosscutting.
 
 #include "vfcrosscutting_export.h"
+#include "systemidentity.h"
 #include "vfabstractlogmanager.h"
 #include "vfabstractlogwriter.h"
 #include "vfabstractmutex.h"

@@ -1,5 +1,7 @@
 #include "vfcrosscuttingmanagerplaceholder.h"
 
+#include "systemidentity.h"
+
 #include "vfabstractlogmanager.h"
 #include "vflogmanager.h"
 #include "vfmutexlocker.h"
@@ -45,6 +47,7 @@ VfCrosscuttingManagerPlaceholder::VfCrosscuttingManagerPlaceholder()
 VfCrosscuttingManagerPlaceholder::~VfCrosscuttingManagerPlaceholder()
 {
     // Reverse of construction; the log manager goes before the reporter, ending the connection.
+    m_systemIdentity.reset();
     m_platformInfo.reset();
     m_logManager.reset();
     m_statusReporter.reset();
@@ -63,6 +66,14 @@ VfAbstractLogManager* VfCrosscuttingManagerPlaceholder::logManager() const
 VfPlatformInfo* VfCrosscuttingManagerPlaceholder::platformInfo() const
 {
     return m_platformInfo.data();
+}
+
+VfSystemIdentity* VfCrosscuttingManagerPlaceholder::systemIdentity() const
+{
+    // Part 1.1: built on first use, without a lock: the first call must not race with another.
+    if (!m_systemIdentity)
+        m_systemIdentity.reset(new VfSystemIdentity(VfPlatformInfo::isIdentityFileIODisabled(), nullptr));
+    return m_systemIdentity.data();
 }
 
 void VfCrosscuttingManagerPlaceholder::initializePlatformSpecificFunctionality() const

@@ -16,6 +16,7 @@ namespace Crosscutting {
 
 class VfAbstractLogManager;
 class VfPlatformInfo;
+class VfSystemIdentity;
 
 // The one process-wide object through which all code reaches the cross-cutting services (Part 1.1).
 class VFCROSSCUTTING_EXPORT VfCrosscuttingManagerPlaceholder
@@ -29,6 +30,7 @@ public:
     VfAbstractStatusReporter* statusReporter() const;
     VfAbstractLogManager* logManager() const;
     VfPlatformInfo* platformInfo() const;
+    VfSystemIdentity* systemIdentity() const;
 
     void initializePlatformSpecificFunctionality() const;
 
@@ -39,6 +41,7 @@ private:
     QScopedPointer<VfAbstractStatusReporter> m_statusReporter;
     QScopedPointer<VfAbstractLogManager> m_logManager;
     QScopedPointer<VfPlatformInfo> m_platformInfo;
+    mutable QScopedPointer<VfSystemIdentity> m_systemIdentity;
 
     static VfCrosscuttingManagerPlaceholder* s_instance;
     static VfRecursiveMutex s_mutex;

@@ -133,4 +133,27 @@ QDebug operator<<(QDebug debug, const VfSourceContext& context)
     return debug.maybeSpace();
 }
 
+VfSourceContext* createSourceContextFromGdbBacktrace(const QString& backtraceLine)
+{
+    // Built anew on each call (Part 3.3); nothing in the library calls this on a hot path.
+    // The branches take, in order: "name () from library", "name (args) at file:line", "name (args)".
+    const QRegularExpression frameExpression(QStringLiteral(
+        "#\\d+.+\\sin\\s(?|(?<functionInfo>.+)\\s\\(\\)\\sfrom\\s(?<filename>.+)(?<linenumber>)"
+        "|(?<functionInfo>.+)\\sat\\s(?<filename>.+):(?<linenumber>\\d+)"
+        "|(?<functionInfo>.+)(?<filename>)(?<linenumber>))"));
+    const QRegularExpressionMatch match = frameExpression.match(backtraceLine);
+    if (!match.hasMatch()) {
+        REPORT_STATUS(VfStatusCodes::StringParseError, backtraceLine);
+        return nullptr;
+    }
+    // Without its blanks, the frame's text has just the one blank that the signature expression
+    // of Part 3.1 splits at: the one after the stand-in return type that a frame line lacks.
+    QString functionInfo = match.captured(QStringLiteral("functionInfo"));
+    functionInfo.replace(QStringLiteral(" "), QString(), Qt::CaseSensitive);
+    functionInfo.insert(0, QStringLiteral("unknownReturnType "));
+    const unsigned long long lineNumber = match.captured(QStringLiteral("linenumber")).toULongLong(nullptr, 10);
+    return &createSourceContext(QString(), match.captured(QStringLiteral("filename")), lineNumber, functionInfo,
+                                QStringList());
+}
+
 } // namespace Crosscutting

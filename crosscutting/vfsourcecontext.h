@@ -62,6 +62,10 @@ VFCROSSCUTTING_EXPORT VfSourceContext& createSourceContext(const QString& source
 
 VFCROSSCUTTING_EXPORT QDebug operator<<(QDebug debug, const VfSourceContext& context);
 
+// A new context, owned by the caller, from one frame line of a gdb backtrace, or null for a line
+// that is no frame line (Part 3.3).
+VFCROSSCUTTING_EXPORT VfSourceContext* createSourceContextFromGdbBacktrace(const QString& backtraceLine);
+
 } // namespace Crosscutting
 
 #endif // VFSOURCECONTEXT_H

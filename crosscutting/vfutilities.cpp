@@ -19,6 +19,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -119,6 +120,83 @@ void VfUtilities::logBackTrace(QString path)
 
 // ---- Part 8.1: external commands --------------------------------------------------------
 
+StatusCode VfUtilities::processCommand(QString const& command, QStringList const& arguments)
+{
+    // Every non-zero result counts alike: -2 (not started), -1 (crashed) and any exit code.
+    if (QProcess::execute(command, arguments) == 0)
+        return VfStatusCodes::Success;
+    const QString commandText = command + QLatin1Char(' ') + arguments.join(QLatin1Char(','));
+    // Part 8.1: kept as specified: no blank after "Failed to process", and one argument for a
+    // two-marker text, so ReportStatusInvalidArgCount is reported along with this report.
+    return REPORT_STATUS(VfStatusCodes::ExternalProcessFailed, QStringLiteral("Failed to process") + commandText);
+}
+
+namespace {
+
+// The shell of shellHelper leads a process group of its own, so that ending it at the end of the
+// call also ends what it forked: dash forks even a lone command, which would outlive the shell.
+class ShellProcess : public QProcess
+{
+public:
+    ~ShellProcess() override
+    {
+        if (state() != QProcess::NotRunning) {
+            ::kill(-static_cast<pid_t>(processId()), SIGKILL);
+            waitForFinished(-1);
+        }
+    }
+
+protected:
+    void setupChildProcess() override { ::setpgid(0, 0); }
+};
+
+} // namespace
+
+QByteArray VfUtilities::shellHelper(char const* command, char const* name, int timeout, int* exitCode)
+{
+    ShellProcess process;
+    QByteArray standardOutput;
+    const QString commandText = QString::fromLocal8Bit(command);
+    process.start(QStringLiteral("sh"), QStringList{QStringLiteral("-c"), commandText}, QIODevice::ReadWrite);
+    process.closeWriteChannel();
+    // Also false when sh could not be started: that is reported as a timeout too (Part 8.1).
+    if (!process.waitForFinished(timeout))
+        REPORT_STATUS(VfStatusCodes::TimeoutExceeded,
+                      QStringLiteral("%1 timeout").arg(QString::fromLocal8Bit(name)));
+    else
+        standardOutput = process.readAllStandardOutput();
+    if (exitCode)
+        *exitCode = process.exitCode();
+    // A negative exit code counts as success, as 0 does.
+    if (process.exitCode() > 0)
+        REPORT_STATUS(VfStatusCodes::CommandFailed, commandText, QString::fromLocal8Bit(process.readAllStandardError()));
+    // Part 8.1: the process ends with the scope, and with it a program that is still running.
+    return standardOutput;
+}
+
+StatusCode VfUtilities::outputOfCommand(QString const& command, QByteArray& standardOutput, QByteArray& standardError,
+                                        qint32* exitCode)
+{
+    QProcess process;
+#if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
+    // What QProcess::start(const QString&, OpenMode) does, without its deprecation warning.
+    QStringList arguments = QProcess::splitCommand(command);
+    const QString program = arguments.isEmpty() ? QString() : arguments.takeFirst();
+    process.start(program, arguments, QIODevice::ReadOnly);
+#else
+    process.start(command, QIODevice::ReadOnly);
+#endif
+    process.waitForFinished(-1);
+    if (process.error() == QProcess::FailedToStart)
+        return REPORT_STATUS(VfStatusCodes::CommandNotRecognized, command);
+    standardOutput = process.readAllStandardOutput();
+    standardError = process.readAllStandardError();
+    if (exitCode)
+        *exitCode = process.exitCode();
+    // Not reported: the caller has both streams and decides.
+    return process.exitCode() == 0 ? VfStatusCodes::Success : VfStatusCodes::ExternalProcessFailed;
+}
+
 
 // ---- Part 8.2: file and path utilities --------------------------------------------------
 
@@ -145,8 +223,198 @@ QStringList VfUtilities::findAllFiles(QDir const& directory)
     return files;
 }
 
+StatusCode VfUtilities::makePath(QString const& path, bool setPermissions)
+{
+    QDir directory(path);
+    if (directory.exists())
+        return VfStatusCodes::Success;
+
+    // Which prefixes exist before mkpath, so that only directories made here are opened up.
+    // Part 8.2: kept as specified: the prefixes start at the root, also for a relative path.
+    const QStringList parts = path.split(QLatin1Char('/'), Qt::SkipEmptyParts, Qt::CaseSensitive);
+    QHash<QString, bool> existedBefore;
+    for (int index = 0; index < parts.size(); ++index) {
+        QString prefix;
+        for (int part = 0; part <= index; ++part)
+            prefix += QLatin1Char('/') + parts.at(part);
+        existedBefore.insert(prefix, QDir(prefix).exists());
+    }
+
+    if (!directory.mkpath(directory.absolutePath()))
+        return REPORT_STATUS(VfStatusCodes::DirectoryCannotCreate, path);
+
+    if (setPermissions) {
+        for (auto entry = existedBefore.constBegin(); entry != existedBefore.constEnd(); ++entry) {
+            // Part 8.2: only directories that this call created; a failed chmod is not reported.
+            if (!entry.value())
+                chmod(entry.key().toLatin1().constData(), 0777);
+        }
+    }
+    return VfStatusCodes::Success;
+}
+
+StatusCode VfUtilities::makeBackupFile(QString const& path, QString const& suffix)
+{
+    if (!QFile::exists(path))
+        return VfStatusCodes::FileNotFound;
+    const QString backupPath = path + QLatin1Char('.') + suffix;
+    // A backup that cannot be removed is reported, and the copy below fails on it.
+    if (QFile::exists(backupPath) && !QFile::remove(backupPath))
+        REPORT_STATUS(VfStatusCodes::FileCannotRemove, backupPath);
+    if (!QFile::copy(path, backupPath))
+        return REPORT_STATUS(VfStatusCodes::FileCannotCopy, path, backupPath);
+    return VfStatusCodes::Success;
+}
+
 
 // ---- Part 8.3: XML and metadata utilities -----------------------------------------------
+
+} // namespace Crosscutting
+
+// Private to this file, at global scope and not in a namespace, because their compiler
+// signatures are part of the report texts: "void writeElement(QXmlStreamWriter*, QDomElement&, bool)".
+static void writeElement(QXmlStreamWriter* writer, QDomElement& element, bool followSiblings);
+static void writeDocument(QXmlStreamWriter* writer, QDomDocument& document, bool followSiblings);
+static void writeText(QXmlStreamWriter* writer, QDomText& text);
+static void writeAttributes(QXmlStreamWriter* writer, QDomElement& element);
+
+static void writeText(QXmlStreamWriter* writer, QDomText& text)
+{
+    if (text.isNull()) {
+        REPORT_STATUS(Crosscutting::VfStatusCodes::ObjectNull);
+        return;
+    }
+    // Part 8.3: kept as specified: no sibling is visited, so the walk stops after a text node.
+    writer->writeCharacters(text.data());
+}
+
+static void writeElement(QXmlStreamWriter* writer, QDomElement& element, bool followSiblings)
+{
+    if (element.isNull()) {
+        REPORT_STATUS(Crosscutting::VfStatusCodes::ObjectNull);
+        return;
+    }
+    writer->writeStartElement(element.tagName());
+    writeAttributes(writer, element);
+    // The children are the first child and its sibling chain, by recursion.
+    QDomNode child = element.firstChild();
+    if (!child.isNull())
+        Crosscutting::VfUtilities::writeDomNode(writer, child, true);
+    writer->writeEndElement();
+    if (followSiblings) {
+        QDomNode sibling = element.nextSibling();
+        if (!sibling.isNull())
+            Crosscutting::VfUtilities::writeDomNode(writer, sibling, true);
+    }
+}
+
+static void writeDocument(QXmlStreamWriter* writer, QDomDocument& document, bool followSiblings)
+{
+    QDomElement root = document.documentElement();
+    if (root.isNull()) {
+        REPORT_STATUS(Crosscutting::VfStatusCodes::ObjectNull);
+        return;
+    }
+    // No writeStartDocument or writeEndDocument: those are the caller's.
+    writer->writeStartElement(root.tagName());
+    writeAttributes(writer, root);
+    if (followSiblings) {
+        // Part 8.3: kept as specified: each child is visited by index and also follows its
+        // sibling chain, so later element children come out repeatedly.
+        const QDomNodeList children = root.childNodes();
+        for (int index = 0; index < children.length(); ++index) {
+            QDomNode child = children.item(index);
+            Crosscutting::VfUtilities::writeDomNode(writer, child, true);
+        }
+    }
+    writer->writeEndElement();
+}
+
+static void writeAttributes(QXmlStreamWriter* writer, QDomElement& element)
+{
+    const QDomNamedNodeMap attributes = element.attributes();
+    for (int index = 0; index < attributes.length(); ++index) {
+        const QDomAttr attribute = attributes.item(index).toAttr();
+        if (attribute.isNull())
+            continue;
+        writer->writeAttribute(attribute.name(), attribute.value());
+    }
+}
+
+namespace Crosscutting {
+
+void VfUtilities::writeDomNode(QXmlStreamWriter* writer, QDomNode& node, bool followSiblings)
+{
+    if (node.isNull()) {
+        REPORT_STATUS(VfStatusCodes::ObjectNull);
+        return;
+    }
+    switch (node.nodeType()) {
+    case QDomNode::TextNode: {
+        QDomText text = node.toText();
+        writeText(writer, text);
+        break;
+    }
+    case QDomNode::DocumentNode: {
+        QDomDocument document = node.toDocument();
+        writeDocument(writer, document, followSiblings);
+        break;
+    }
+    case QDomNode::ElementNode: {
+        QDomElement element = node.toElement();
+        writeElement(writer, element, followSiblings);
+        break;
+    }
+    default:
+        // Part 8.3: kept as specified: comments, CDATA and the rest end the walk of this branch.
+        REPORT_STATUS(VfStatusCodes::InputInvalid,
+                      QStringLiteral("Node Type %1").arg(QString::number(static_cast<int>(node.nodeType()))));
+        break;
+    }
+}
+
+QString VfUtilities::retrieveMetaProperty(QString const& entry, QJsonObject const& object, QString const& fileName)
+{
+    // An entry that is not a text gives the empty text, unreported.
+    if (object.contains(entry))
+        return object.value(entry).toString();
+    // Part 8.3: kept as specified: two %1 markers and no %2, so the file name fills both and
+    // the entry name appears nowhere; the empty quotes stay.
+    const QString reason =
+        QStringLiteral("Configuration file %1'' does not contain required entry for '%1'").arg(fileName, entry);
+    REPORT_STATUS(VfStatusCodes::ConfigurationDataInvalid, fileName, reason);
+    return QString();
+}
+
+bool VfUtilities::containsDigit(QString const& text)
+{
+    for (const QChar character : text) {
+        if (character.isDigit())
+            return true;
+    }
+    return false;
+}
+
+bool VfUtilities::fuzzyCompare(double const& first, double const& second)
+{
+    if (qIsNaN(first) || qIsNaN(second))
+        return false;
+    // Move both values to the same side of zero and away from it, where qFuzzyCompare's rule holds.
+    double offset;
+    if (first > 0.0 && second >= 0.0)
+        offset = 1.0;
+    else if (first == 0.0 && second > 0.0)
+        offset = 1.0;
+    else if (first <= 0.0 && second <= 0.0)
+        offset = -1.0;
+    else if (first > 0.0 && second < 0.0)
+        offset = 1.0 - second;
+    else
+        offset = 1.0 - first;
+    const double x = first + offset;
+    const double y = second + offset;
+    return qAbs(x - y) * 1e12 <= qMin(qAbs(x), qAbs(y));
+}
 
 
 // ---- Part 8.4: JSON documents -----------------------------------------------------------

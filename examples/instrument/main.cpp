@@ -146,6 +146,8 @@ int main(int argc, char** argv)
     }
 
     QTimer::singleShot(seconds * 1000, &app, &QCoreApplication::quit);
+    std::printf("instrument: event loop runs for %d s (SIGINT or SIGTERM ends it sooner)\n", seconds);
+    std::fflush(stdout);
     const int result = app.exec();
 
     instrument.logEvent(QStringLiteral("instrument-demo stopping"));

@@ -18,6 +18,13 @@ test -L "$libdir/libVfCrosscutting.so" && test -L "$libdir/libVfCrosscutting.so.
 test -f "$libdir/cmake/VfCrosscutting/VfCrosscuttingConfig.cmake"
 test -f "$libdir/cmake/VfCrosscutting/VfCrosscuttingConfigVersion.cmake"
 test -f "$libdir/pkgconfig/VfCrosscutting.pc"
+# libVfCrosscutting links libmodel.so.1: the stand-in comes along, in the same export set.
+if grep -q '^VF_BUILD_MODEL_STANDIN:BOOL=ON' "$build/CMakeCache.txt"; then
+  test -L "$libdir/libmodel.so" && test -L "$libdir/libmodel.so.1" && test -f "$libdir/libmodel.so.1.0.0"
+  test -f "$prefix/include/crosscutting/modelutilities.h"
+  grep -q 'VfCrosscutting::Model' "$libdir/cmake/VfCrosscutting/VfCrosscuttingTargets.cmake"
+fi
+grep -q '^Libs:.* -lVfCrosscutting .*-l:\{0,1\}\(model\|libmodel\)' "$libdir/pkgconfig/VfCrosscutting.pc"
 
 # The umbrella header names every public header.
 for h in "$src"/crosscutting/*.h; do

@@ -1,0 +1,480 @@
+#include "systemidentity.h"
+
+#include "modelutilities.h"
+#include "vfcrosscuttingmanagerplaceholder.h"
+#include "vfplatforminfo.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QMetaObject>
+#include <QProcess>
+#include <QTextStream>
+
+namespace Crosscutting {
+
+const QString ModelFile = QStringLiteral("/identity/model");
+
+namespace {
+
+const QString UnitNameFile = QStringLiteral("/identity/unitname");
+const QString FirmwareVersionFile = QStringLiteral("/version/firmware");
+// Part 9.1: defined beside the others and used by no operation.
+const QString VersionDirectory = QStringLiteral("/version");
+const QString UnknownValue = QStringLiteral("UNKNOWN");
+const QString DefaultModel = QStringLiteral("DEFAULTMODEL");
+const QString RemountReadWriteCommand = QStringLiteral("mount -o remount,rw /media/card");
+const QString RemountReadOnlyCommand = QStringLiteral("mount -o remount,ro /media/card");
+const QString SyncCommand = QStringLiteral("sync");
+
+// The operations that Part 9.1 names by role only (see the header).
+const QString InternalSerialNumberFile = QStringLiteral("/identity/internalserialnumber");
+const QString ExternalSerialNumberFile = QStringLiteral("/identity/externalserialnumber");
+const QString OptionsFile = QStringLiteral("/identity/options");
+const QString LockLevelFile = QStringLiteral("/identity/locklevel");
+const QChar OptionSeparator = QLatin1Char(',');
+const QString ValidOptionsProperty = QStringLiteral("validOptions");
+
+const int MaximumUnitNameLength = 45;
+
+const QFileDevice::Permissions ReadWriteForOwner = QFileDevice::ReadOwner | QFileDevice::WriteOwner
+    | QFileDevice::ReadUser | QFileDevice::ReadGroup | QFileDevice::ReadOther;
+const QFileDevice::Permissions ReadOnlyForAll =
+    QFileDevice::ReadOwner | QFileDevice::ReadUser | QFileDevice::ReadGroup | QFileDevice::ReadOther;
+
+// QProcess::execute on a whole command line, without its deprecated one-string overload. The
+// command lines here have no quoting, so splitting at blanks is what that overload would do.
+int executeCommandLine(const QString& commandLine)
+{
+    QStringList arguments = commandLine.split(QLatin1Char(' '));
+    const QString program = arguments.takeFirst();
+    return QProcess::execute(program, arguments);
+}
+
+QObject* newModelInstance(const QMetaObject* metaObject, const QStringList& options)
+{
+    return metaObject->newInstance(Q_ARG(const QStringList&, options), Q_ARG(QObject*, nullptr));
+}
+
+QStringList validOptionsOf(const QObject* modelInstance)
+{
+    if (!modelInstance)
+        return QStringList();
+    return modelInstance->property(ValidOptionsProperty.toLatin1().constData()).toStringList();
+}
+
+} // namespace
+
+VfSystemIdentity::VfSystemIdentity(bool fileIoDisabled, QObject* parent)
+    : QObject(parent)
+    , m_model(UnknownValue)
+    , m_internalSerialNumber(UnknownValue)
+    , m_externalSerialNumber(UnknownValue)
+    , m_firmwareVersion(UnknownValue)
+    , m_lockLevel(0)
+    , m_identityRoot(VfPlatformInfo::staticDataRootPath())
+    , m_fileIoDisabled(fileIoDisabled)
+    , m_isModelForced(false)
+{
+    refresh();
+}
+
+// The handlers, strings and lists go first; m_modelDependentData, the first field, goes last.
+VfSystemIdentity::~VfSystemIdentity() = default;
+
+void VfSystemIdentity::refresh()
+{
+    if (m_fileIoDisabled) {
+        m_internalSerialNumber = UnknownValue;
+        m_externalSerialNumber = UnknownValue;
+        m_firmwareVersion = UnknownValue;
+        m_model = UnknownValue;
+        m_unitName.clear();
+        m_options.clear();
+        m_lockLevel = 0;
+    } else {
+        m_internalSerialNumber = readIdentityFile(InternalSerialNumberFile);
+        m_externalSerialNumber = readIdentityFile(ExternalSerialNumberFile);
+        m_firmwareVersion = readFWVersionFile();
+        m_unitName = readIdentityFile(UnitNameFile);
+        if (m_unitName == UnknownValue)
+            m_unitName.clear();
+        m_lockLevel = loadLockLevel();
+
+        m_model = UnknownValue;
+        m_options.clear();
+        // Part 9.1: the name is passed as read, without changing its case.
+        const QString modelName = readIdentityFile(ModelFile);
+        if (modelName != UnknownValue) {
+            const QMetaObject* metaObject = Model::ModelUtilities::modelMetaObject(modelName);
+            if (!metaObject) {
+                REPORT_STATUS(VfStatusCodes::ConfigurationDataInvalid, ModelFile,
+                              QStringLiteral("invalid model %1").arg(modelName));
+            } else {
+                m_model = modelName;
+                QScopedPointer<QObject> first(newModelInstance(metaObject, QStringList()));
+                if (!first) {
+                    // Part 9.1: the model stays set and the model-dependent data as it was.
+                    REPORT_STATUS(VfStatusCodes::MetaObjectInstantiationError,
+                                  QString::fromLatin1(metaObject->className()));
+                    return;
+                }
+                m_options = loadOptions(first.data());
+                QObject* second = newModelInstance(metaObject, m_options);
+                if (!second) {
+                    // Not reached with a class that made the first instance; treated as step 6.
+                    REPORT_STATUS(VfStatusCodes::MetaObjectInstantiationError,
+                                  QString::fromLatin1(metaObject->className()));
+                    return;
+                }
+                m_modelDependentData.reset(second);
+                first.reset();
+            }
+        }
+    }
+
+    if (m_model != UnknownValue)
+        return;
+    // Part 9.1: kept as specified: no test for null, libmodel.so.1 must know "DEFAULTMODEL".
+    const QMetaObject* defaultMetaObject = Model::ModelUtilities::modelMetaObject(DefaultModel);
+    m_modelDependentData.reset(newModelInstance(defaultMetaObject, QStringList()));
+}
+
+QString VfSystemIdentity::model() const
+{
+    return m_model;
+}
+
+QString VfSystemIdentity::unitName() const
+{
+    return m_unitName;
+}
+
+QString VfSystemIdentity::firmwareVersion() const
+{
+    return m_firmwareVersion;
+}
+
+QObject* VfSystemIdentity::getModelDependentData() const
+{
+    return m_modelDependentData.data();
+}
+
+void VfSystemIdentity::setIsModelForced(bool isModelForced)
+{
+    m_isModelForced = isModelForced;
+}
+
+StatusCode VfSystemIdentity::setModel(const QString& model, const bool& persist)
+{
+    const QString name = model.toUpper();
+    if (!m_isModelForced && name == m_model)
+        return VfStatusCodes::Success;
+
+    const QMetaObject* metaObject = Model::ModelUtilities::modelMetaObject(name);
+    if (!metaObject)
+        return REPORT_STATUS(VfStatusCodes::InputInvalid, QStringLiteral("model(%1)").arg(name));
+
+    QScopedPointer<QObject> instance(newModelInstance(metaObject, QStringList()));
+    if (!instance)
+        return REPORT_STATUS(VfStatusCodes::MetaObjectInstantiationError, QString::fromLatin1(metaObject->className()));
+
+    if (!m_fileIoDisabled && persist) {
+        const StatusCode written = writeIdentityFile(ModelFile, name);
+        if (written != VfStatusCodes::Success)
+            return written;
+    }
+
+    m_model = name;
+    const QStringList previousOptions = m_options;
+    const StatusCode result = unsetOptions(previousOptions, persist);
+    m_modelDependentData.reset(instance.take());
+    return result;
+}
+
+StatusCode VfSystemIdentity::setUnitName(const QString& unitName)
+{
+    // Part 9.1: kept as specified: a change only of letter case is not stored.
+    if (unitName.toUpper() == m_unitName.toUpper())
+        return VfStatusCodes::Success;
+    if (unitName.size() > MaximumUnitNameLength)
+        return VfStatusCodes::DataSizeInvalid;
+
+    // Part 9.1: the file I/O switch is not looked at here.
+    const StatusCode result = writeIdentityFile(UnitNameFile, unitName);
+    if (result == VfStatusCodes::Success)
+        m_unitName = unitName;
+    return result;
+}
+
+StatusCode VfSystemIdentity::setFirmwareVersion(const QString& version)
+{
+    if (!m_fileIoDisabled) {
+        const StatusCode written = writeFWVersionFile(version);
+        if (written != VfStatusCodes::Success)
+            return written;
+    }
+    m_firmwareVersion = version;
+    return VfStatusCodes::Success;
+}
+
+QString VfSystemIdentity::readFile(const QString& path) const
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        REPORT_STATUS(VfStatusCodes::FileCannotOpen, QStringLiteral("%1, %2").arg(path, file.errorString()));
+        return UnknownValue;
+    }
+
+    QTextStream stream(&file);
+    QString content = stream.readAll();
+    if (content.isEmpty()) {
+        file.close();
+        return UnknownValue;
+    }
+
+    const int lineFeeds = content.count(QLatin1Char('\n'));
+    if (lineFeeds == 0 || (lineFeeds == 1 && content.endsWith(QLatin1Char('\n')))) {
+        content.remove(QLatin1Char('\n'));
+        file.close();
+        return content;
+    }
+
+    // Part 9.1: kept as specified: two arguments for the catalogue's one marker, so
+    // ReportStatusInvalidArgCount is reported ahead of this report.
+    REPORT_STATUS(VfStatusCodes::StringParseError, path, content);
+    file.close();
+    return UnknownValue;
+}
+
+StatusCode VfSystemIdentity::writeFile(const QString& path, const QString& value) const
+{
+    const int readWriteResult = executeCommandLine(RemountReadWriteCommand);
+    if (readWriteResult != 0)
+        return REPORT_STATUS(VfStatusCodes::FileSystemMountFailed, QStringLiteral("rootfs"), QStringLiteral("read-write"),
+                             QString::number(readWriteResult));
+
+    if (!QFile::exists(path)) {
+        REPORT_STATUS(VfStatusCodes::FileNotFound,
+                      QStringLiteral("Failed to open the file %1, creating a new file").arg(path));
+        // Part 9.1: its status is not looked at; the write goes on.
+        createFile(path);
+    }
+
+    QFile::setPermissions(path, ReadWriteForOwner);
+    StatusCode result = VfStatusCodes::Success;
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+        result = REPORT_STATUS(VfStatusCodes::FileCannotOpen, QStringLiteral("%1, %2").arg(path, file.errorString()));
+    } else {
+        QTextStream stream(&file);
+        stream << value;
+        stream.flush();
+        file.close();
+        QFile::setPermissions(path, ReadOnlyForAll);
+    }
+
+    executeCommandLine(SyncCommand);
+
+    const int readOnlyResult = executeCommandLine(RemountReadOnlyCommand);
+    if (readOnlyResult != 0) {
+        // Part 9.1: a volume left writable does not fail the write.
+        REPORT_STATUS(VfStatusCodes::FileSystemMountFailed, QStringLiteral("rootfs"), QStringLiteral("read-only"),
+                      QString::number(readOnlyResult));
+    }
+
+    if (result == VfStatusCodes::Success)
+        return validateFileUpdate(value, path);
+    return result;
+}
+
+StatusCode VfSystemIdentity::createFile(const QString& path) const
+{
+    if (m_fileIoDisabled)
+        return VfStatusCodes::Success;
+
+    const QString directory = QFileInfo(path).absolutePath();
+    if (!QDir(directory).exists() && !QDir().mkpath(directory))
+        return REPORT_STATUS(VfStatusCodes::DirectoryNotFound, path);
+
+    QFile file(path);
+    if (file.exists() || file.open(QIODevice::ReadWrite | QIODevice::Text)) {
+        file.setPermissions(ReadOnlyForAll);
+        file.close();
+        return VfStatusCodes::Success;
+    }
+    return REPORT_STATUS(VfStatusCodes::FileCannotOpen, QStringLiteral("%1, %2").arg(path, file.errorString()));
+}
+
+StatusCode VfSystemIdentity::validateFileUpdate(const QString& value, const QString& path) const
+{
+    const QString text = readFile(path);
+    // An empty file reads as "UNKNOWN", so that counts as the empty value.
+    if (text == value || (text == UnknownValue && value.isEmpty()))
+        return VfStatusCodes::Success;
+    return VfStatusCodes::IoWriteFailed;
+}
+
+QString VfSystemIdentity::readIdentityFile(const QString& name) const
+{
+    return readFile(m_identityRoot + name);
+}
+
+StatusCode VfSystemIdentity::writeIdentityFile(const QString& name, const QString& value) const
+{
+    return writeFile(m_identityRoot + name, value);
+}
+
+QString VfSystemIdentity::readFWVersionFile() const
+{
+    return readFile(VfPlatformInfo::staticDataRootPath() + FirmwareVersionFile);
+}
+
+StatusCode VfSystemIdentity::writeFWVersionFile(const QString& version) const
+{
+    return writeFile(VfPlatformInfo::staticDataRootPath() + FirmwareVersionFile, version);
+}
+
+QString VfSystemIdentity::internalSerialNumber() const
+{
+    return m_internalSerialNumber;
+}
+
+QString VfSystemIdentity::externalSerialNumber() const
+{
+    return m_externalSerialNumber;
+}
+
+StatusCode VfSystemIdentity::setInternalSerialNumber(const QString& serialNumber)
+{
+    if (!m_fileIoDisabled) {
+        const StatusCode written = writeIdentityFile(InternalSerialNumberFile, serialNumber);
+        if (written != VfStatusCodes::Success)
+            return written;
+    }
+    m_internalSerialNumber = serialNumber;
+    return VfStatusCodes::Success;
+}
+
+StatusCode VfSystemIdentity::setExternalSerialNumber(const QString& serialNumber)
+{
+    if (!m_fileIoDisabled) {
+        const StatusCode written = writeIdentityFile(ExternalSerialNumberFile, serialNumber);
+        if (written != VfStatusCodes::Success)
+            return written;
+    }
+    m_externalSerialNumber = serialNumber;
+    return VfStatusCodes::Success;
+}
+
+QStringList VfSystemIdentity::options() const
+{
+    return m_options;
+}
+
+StatusCode VfSystemIdentity::setOptions(const QStringList& options)
+{
+    QStringList merged = m_options;
+    for (const QString& option : options) {
+        if (!validateOption(option))
+            return REPORT_STATUS(VfStatusCodes::InputInvalid, QStringLiteral("option(%1)").arg(option));
+        if (!merged.contains(option))
+            merged.append(option);
+    }
+
+    const StatusCode stored = storeOptions(merged, true);
+    if (stored != VfStatusCodes::Success)
+        return stored;
+
+    // Part 9.1: every handler, in order, with a copy of the model and of the options.
+    const QString model = m_model;
+    const QStringList currentOptions = m_options;
+    m_dispatcher.dispatch(model, currentOptions);
+    return VfStatusCodes::Success;
+}
+
+StatusCode VfSystemIdentity::unsetOptions(const QStringList& options, bool persist)
+{
+    QStringList remaining = m_options;
+    for (const QString& option : options)
+        remaining.removeAll(option);
+    if (remaining == m_options)
+        return VfStatusCodes::Success;
+    return storeOptions(remaining, persist);
+}
+
+void VfSystemIdentity::refreshOptions()
+{
+    m_options = loadOptions(m_modelDependentData.data());
+}
+
+bool VfSystemIdentity::validateOption(const QString& option) const
+{
+    return validOptionsOf(m_modelDependentData.data()).contains(option);
+}
+
+StatusCode VfSystemIdentity::setLock(quint8 level)
+{
+    if (!m_fileIoDisabled) {
+        const StatusCode written = writeIdentityFile(LockLevelFile, QString::number(level));
+        if (written != VfStatusCodes::Success)
+            return written;
+    }
+    m_lockLevel = level;
+    return VfStatusCodes::Success;
+}
+
+bool VfSystemIdentity::isLevelLocked(quint8 level) const
+{
+    return level != 0 && level <= m_lockLevel;
+}
+
+quint8 VfSystemIdentity::lockLevel() const
+{
+    return m_lockLevel;
+}
+
+VfSystemIdentity::ChangeDispatcher& VfSystemIdentity::dispatcher()
+{
+    return m_dispatcher;
+}
+
+QStringList VfSystemIdentity::loadOptions(const QObject* modelInstance) const
+{
+    // A missing file is an instrument without options, not a failure: nothing is reported.
+    if (m_fileIoDisabled || !modelInstance || !QFile::exists(m_identityRoot + OptionsFile))
+        return QStringList();
+    const QString text = readIdentityFile(OptionsFile);
+    if (text == UnknownValue)
+        return QStringList();
+
+    const QStringList valid = validOptionsOf(modelInstance);
+    QStringList result;
+    for (const QString& option : text.split(OptionSeparator)) {
+        if (!option.isEmpty() && valid.contains(option) && !result.contains(option))
+            result.append(option);
+    }
+    return result;
+}
+
+quint8 VfSystemIdentity::loadLockLevel() const
+{
+    if (m_fileIoDisabled || !QFile::exists(m_identityRoot + LockLevelFile))
+        return 0;
+    bool ok = false;
+    const uint level = readIdentityFile(LockLevelFile).toUInt(&ok);
+    return (ok && level <= 255) ? quint8(level) : quint8(0);
+}
+
+StatusCode VfSystemIdentity::storeOptions(const QStringList& options, bool persist)
+{
+    if (!m_fileIoDisabled && persist) {
+        const StatusCode written = writeIdentityFile(OptionsFile, options.join(OptionSeparator));
+        if (written != VfStatusCodes::Success)
+            return written;
+    }
+    m_options = options;
+    return VfStatusCodes::Success;
+}
+
+} // namespace Crosscutting
