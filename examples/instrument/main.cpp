@@ -44,6 +44,11 @@ void printBacktraceFiles()
     std::fflush(stdout);
 }
 
+} // namespace
+
+namespace Demo {
+
+// A piece of instrument software that reports through the library.
 class Instrument : public QObject
 {
     Q_OBJECT
@@ -77,7 +82,7 @@ public:
     }
 };
 
-} // namespace
+} // namespace Demo
 
 int main(int argc, char** argv)
 {
@@ -107,7 +112,14 @@ int main(int argc, char** argv)
                                        {SIGTERM, [](int) { QCoreApplication::quit(); }}},
                                       nullptr);
 
+    // A fresh sandbox has no identity files: the store reports the failed reads and runs on with
+    // the default model. The demo then gives the instrument an identity, through the remount road.
     VfSystemIdentity* identity = VfCrosscuttingManagerPlaceholder::instance()->systemIdentity();
+    if (identity->model() == QLatin1String("UNKNOWN")) {
+        identity->setModel(QStringLiteral("spa"), true);
+        identity->setUnitName(QStringLiteral("Bench unit 7"));
+        identity->setFirmwareVersion(QStringLiteral("1.0.0-demo"));
+    }
     std::printf("instrument: model %s, unit name \"%s\", firmware %s\n", qPrintable(identity->model()),
                 qPrintable(identity->unitName()), qPrintable(identity->firmwareVersion()));
     for (const VfStorageInfo& volume : VfStorageInfo::mountedVolumes()) {
@@ -117,7 +129,7 @@ int main(int argc, char** argv)
     }
     std::fflush(stdout);
 
-    Instrument instrument;
+    Demo::Instrument instrument;
     instrument.logEvent(QStringLiteral("instrument-demo started"));
     instrument.calibrate(QStringLiteral("/opt/tarvion/data/calibration.xml"));
     instrument.runSelfTest();
