@@ -1,3 +1,4 @@
+#include "helpers/vflogtesthelpers.h"
 #include "vfabstractlogmanager.h"
 #include "vfcrosscuttingmanagerplaceholder.h"
 #include "vflog.h"
@@ -13,15 +14,6 @@ using Severity = VfStaticStatusInfo::VfStatusSeverity;
 
 void vfBridgeEmit(int type);
 void qBridgeEmit(int type);
-
-namespace Crosscutting {
-// Test-only window on the manager's logs (declared a friend in vflogmanager.h).
-class VfLogManagerTestAccess
-{
-public:
-    static VfLog* log(VfLogManager* manager, VfLogType type) { return manager->m_logs.value(type); }
-};
-} // namespace Crosscutting
 
 class tst_LogMessageHandler : public QObject
 {
@@ -50,7 +42,7 @@ private:
     {
         auto* manager = qobject_cast<VfLogManager*>(VfCrosscuttingManagerPlaceholder::instance()->logManager());
         QVERIFY(manager);
-        connect(VfLogManagerTestAccess::log(manager, DebugLog), &VfLog::logEntryReady, this,
+        connect(VfLogManagerTestAccess::log(*manager, DebugLog), &VfLog::logEntryReady, this,
                 [this](const QSharedPointer<const VfLogEntry>& entry) { m_entries.append(entry); },
                 Qt::DirectConnection);
     }

@@ -16,20 +16,6 @@ using VfLogTest::makeContext;
 using Severity = VfStaticStatusInfo::VfStatusSeverity;
 using EntryPointer = QSharedPointer<const VfLogEntry>;
 
-namespace Crosscutting {
-
-// Reaches the bucket's fields (friend of VfErrorRateHandler), for tests only.
-class VfErrorRateHandlerTestAccess
-{
-public:
-    static quint32& lastUpdateTime(VfErrorRateHandler& handler) { return handler.m_lastUpdateTime; }
-    static quint64& allowedErrors(VfErrorRateHandler& handler) { return handler.m_allowedErrors; }
-    static quint64 maxErrors(VfErrorRateHandler& handler) { return handler.m_maxErrors; }
-    static quint64 timeInterval(VfErrorRateHandler& handler) { return handler.m_timeInterval; }
-};
-
-} // namespace Crosscutting
-
 using Access = VfErrorRateHandlerTestAccess;
 
 namespace {

@@ -4,6 +4,8 @@
 #include "vfmutextoolscontroller.h"
 #include "vfrecursivemutex.h"
 
+#include "coutcapture.h"
+
 #include <QtTest>
 
 #include <atomic>
@@ -53,21 +55,6 @@ bool staticMutexesLockAndUnlock();
 
 namespace {
 VfMutex s_mainFileStaticMutex(120000);
-
-class CoutCapture
-{
-public:
-    CoutCapture()
-        : m_previous(std::cout.rdbuf(m_buffer.rdbuf()))
-    {
-    }
-    ~CoutCapture() { std::cout.rdbuf(m_previous); }
-    QByteArray text() const { return QByteArray::fromStdString(m_buffer.str()); }
-
-private:
-    std::ostringstream m_buffer;
-    std::streambuf* m_previous;
-};
 
 // Everything that reaches file descriptor 1 (std::cout and printf included) and every Qt message,
 // while it lives.

@@ -1,6 +1,8 @@
 #include "vfmutextools.h"
 #include "vfmutextoolscontroller.h"
 
+#include "coutcapture.h"
+
 #include <QtTest>
 
 #include <cstdint>
@@ -26,21 +28,6 @@ public:
 using namespace Crosscutting;
 
 namespace {
-class CoutCapture
-{
-public:
-    CoutCapture()
-        : m_previous(std::cout.rdbuf(m_buffer.rdbuf()))
-    {
-    }
-    ~CoutCapture() { std::cout.rdbuf(m_previous); }
-    QByteArray text() const { return QByteArray::fromStdString(m_buffer.str()); }
-
-private:
-    std::ostringstream m_buffer;
-    std::streambuf* m_previous;
-};
-
 unsigned long long currentThreadNumber()
 {
     return static_cast<unsigned long long>(reinterpret_cast<std::intptr_t>(QThread::currentThreadId()));

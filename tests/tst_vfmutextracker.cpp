@@ -1,5 +1,7 @@
 #include "vfmutextracker.h"
 
+#include "coutcapture.h"
+
 #include <QtTest>
 
 #include <algorithm>
@@ -29,22 +31,6 @@ public:
 using namespace Crosscutting;
 
 namespace {
-// Collects what std::cout receives while it lives.
-class CoutCapture
-{
-public:
-    CoutCapture()
-        : m_previous(std::cout.rdbuf(m_buffer.rdbuf()))
-    {
-    }
-    ~CoutCapture() { std::cout.rdbuf(m_previous); }
-    QByteArray text() const { return QByteArray::fromStdString(m_buffer.str()); }
-
-private:
-    std::ostringstream m_buffer;
-    std::streambuf* m_previous;
-};
-
 MutexTrackerInfo info(unsigned int id, char const* function, char const* file, int line, char const* thread)
 {
     MutexTrackerInfo entry;

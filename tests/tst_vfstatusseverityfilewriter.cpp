@@ -15,17 +15,6 @@ using VfLogTest::readFile;
 using Severity = VfStaticStatusInfo::VfStatusSeverity;
 using EntryPointer = QSharedPointer<const VfLogEntry>;
 
-namespace Crosscutting {
-
-class VfErrorRateHandlerTestAccess
-{
-public:
-    static quint64& allowedErrors(VfErrorRateHandler& handler) { return handler.m_allowedErrors; }
-    static quint32& lastUpdateTime(VfErrorRateHandler& handler) { return handler.m_lastUpdateTime; }
-};
-
-} // namespace Crosscutting
-
 namespace {
 
 // Shows the ring, which is the protected m_logQueue of the base.

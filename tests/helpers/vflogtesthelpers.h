@@ -5,6 +5,7 @@
 // access to the log manager's tables. Header-only: each test program is one translation unit.
 
 #include "vfabstractlogwriter.h"
+#include "vferrorratehandler.h"
 #include "vflogmanager.h"
 #include "vfsourcecontext.h"
 
@@ -130,6 +131,16 @@ public:
         for (VfLogType type : qAsConst(connected))
             manager.updateWriter(manager.m_logs.value(type), type, destination, true);
     }
+};
+
+// Reaches the bucket's fields (friend of VfErrorRateHandler), for tests only.
+class VfErrorRateHandlerTestAccess
+{
+public:
+    static quint32& lastUpdateTime(VfErrorRateHandler& handler) { return handler.m_lastUpdateTime; }
+    static quint64& allowedErrors(VfErrorRateHandler& handler) { return handler.m_allowedErrors; }
+    static quint64 maxErrors(VfErrorRateHandler& handler) { return handler.m_maxErrors; }
+    static quint64 timeInterval(VfErrorRateHandler& handler) { return handler.m_timeInterval; }
 };
 
 } // namespace Crosscutting
