@@ -74,7 +74,7 @@ void logMessageHandler(QtMsgType type, QMessageLogContext const& context, QStrin
     const QString module = moduleForFilename(file, label, QStringLiteral("VfDebug"));
     QSharedPointer<VfSourceContext> sourceContext(
         &createSourceContext(module, file, static_cast<unsigned long long>(static_cast<long long>(context.line)),
-                             context.function ? QString::fromLatin1(context.function) : QString(), QStringList()));
+                             QString(context.function), QStringList()));
     const QString text = message.trimmed() + QLatin1Char('\n');
 
     VfAbstractLogManager* logManager = VfCrosscuttingManagerPlaceholder::instance()->logManager();

@@ -47,14 +47,22 @@ private:
     static VfRecursiveMutex s_mutex;
 };
 
+// The body of REPORT_STATUS for one reporting site: the six steps of Part 2.3, in their order.
+template <typename... Arguments>
+StatusCode reportStatusFromSite(const char* file, unsigned long long line, const char* function, StatusCode code,
+                                const Arguments&... arguments)
+{
+    VfAbstractStatusReporter* reporter = VfCrosscuttingManagerPlaceholder::instance()->statusReporter();
+    const QString fileName = QFileInfo(QString::fromUtf8(file)).fileName();
+    const QString functionText = QString::fromLatin1(function);
+    const QStringList additionalInfo{QString(arguments)...};
+    return reporter->reportStatus(code, createSourceContext(QString(), fileName, line, functionText, additionalInfo));
+}
+
 } // namespace Crosscutting
 
-// Reports `code` with any number of QString arguments and evaluates to the code (Part 2.3):
+// Reports a status code with any number of QString arguments and evaluates to the code (Part 2.3):
 // `return REPORT_STATUS(VfStatusCodes::FileNotFound, path);`
-#define REPORT_STATUS(code, ...)                                                                              \
-    (::Crosscutting::VfCrosscuttingManagerPlaceholder::instance()->statusReporter()->reportStatus(            \
-        (code), ::Crosscutting::createSourceContext(QString(), QFileInfo(QStringLiteral(__FILE__)).fileName(), \
-                                                    __LINE__, QString::fromLatin1(Q_FUNC_INFO),               \
-                                                    QStringList{__VA_ARGS__})))
+#define REPORT_STATUS(...) ::Crosscutting::reportStatusFromSite(__FILE__, __LINE__, Q_FUNC_INFO, __VA_ARGS__)
 
 #endif // VFCROSSCUTTINGMANAGERPLACEHOLDER_H

@@ -8,6 +8,9 @@
 
 namespace Crosscutting {
 
+const QString MainThread = QStringLiteral("MainThread");
+const QString TaskProcessor = QStringLiteral("TaskProcessor");
+
 VfSourceContext::VfSourceContext(const QString& sourceModule, const QString& sourceFilename,
                                  const QString& sourceNamespace, const QString& sourceClass,
                                  const QString& sourceFunction, unsigned long long sourceLineNumber,
@@ -81,7 +84,8 @@ QString VfSourceContext::toString(DisplayFormat format) const
 
 QString VfSourceContext::formatSingleLineShortFormString(bool includeTimestamp) const
 {
-    const QStringList parts = sourceFilename().split(QLatin1Char('/'), Qt::KeepEmptyParts, Qt::CaseSensitive);
+    // split's defaults keep empty parts and are case-sensitive, on every Qt from 5.10 on.
+    const QStringList parts = sourceFilename().split(QLatin1Char('/'));
     if (parts.isEmpty()) {
         // Part 3.2: a guard that cannot fire, since a split always gives one part.
         REPORT_STATUS(VfStatusCodes::StringParseError, sourceFilename());

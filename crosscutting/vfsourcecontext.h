@@ -53,6 +53,10 @@ private:
     QStringList m_additionalInfo;
 };
 
+// Thread names shared by the whole code base (Part 3.1); the library itself reads neither.
+VFCROSSCUTTING_EXPORT extern const QString MainThread;
+VFCROSSCUTTING_EXPORT extern const QString TaskProcessor;
+
 // A new context on the heap, from what the compiler knows at a reporting site (Part 3.1);
 // ownership passes to reportStatus.
 VFCROSSCUTTING_EXPORT VfSourceContext& createSourceContext(const QString& sourceModule, const QString& sourceFile,

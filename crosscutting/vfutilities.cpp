@@ -231,7 +231,11 @@ StatusCode VfUtilities::makePath(QString const& path, bool setPermissions)
 
     // Which prefixes exist before mkpath, so that only directories made here are opened up.
     // Part 8.2: kept as specified: the prefixes start at the root, also for a relative path.
+#if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
     const QStringList parts = path.split(QLatin1Char('/'), Qt::SkipEmptyParts, Qt::CaseSensitive);
+#else
+    const QStringList parts = path.split(QLatin1Char('/'), QString::SkipEmptyParts, Qt::CaseSensitive);
+#endif
     QHash<QString, bool> existedBefore;
     for (int index = 0; index < parts.size(); ++index) {
         QString prefix;

@@ -64,6 +64,7 @@ private slots:
     void flushThreshold_data();
     void flushThreshold();
     void onlySevereEntriesSignal();
+    void signalComesBeforeTheFlush();
     void managerFlushLeavesRingAlone();
     void refusedEntryNeverReachesRing();
     void lowEntriesTakeNoToken();
@@ -168,6 +169,23 @@ void tst_VfStatusSeverityFileWriter::onlySevereEntriesSignal()
     writer->writeToLog(severe);
     QCOMPARE(spy.count(), 1);
     QCOMPARE(qvariant_cast<EntryPointer>(spy.at(0).at(0)).data(), severe.data());
+}
+
+void tst_VfStatusSeverityFileWriter::signalComesBeforeTheFlush()
+{
+    // Part 4.6: the token is taken (signal, step 4) before the disk is touched (flush, step 5).
+    QScopedPointer<RingWriter> writer(newWriter(4, Severity::Warning));
+    writer->writeToLog(entryOf(Severity::Notification, QStringLiteral("held\n")));
+    QByteArray fileAtSignal = "not emitted";
+    QStringList ringAtSignal;
+    connect(writer.data(), &VfFileWriter::errorAddedToOutstandingLogEntries, this, [&] {
+        fileAtSignal = readFile(path(QStringLiteral("bb.log")));
+        ringAtSignal = writer->ring();
+    }, Qt::DirectConnection);
+    writer->writeToLog(entryOf(Severity::Warning, QStringLiteral("severe\n")));
+    QCOMPARE(fileAtSignal, QByteArray());
+    QCOMPARE(ringAtSignal, (QStringList{"held\n", "severe\n"}));
+    QCOMPARE(readFile(path(QStringLiteral("bb.log"))), records({"held\n", "severe\n"}));
 }
 
 void tst_VfStatusSeverityFileWriter::managerFlushLeavesRingAlone()

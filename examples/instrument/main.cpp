@@ -88,7 +88,7 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("instrument-demo"));
-    QThread::currentThread()->setObjectName(QStringLiteral("MainThread"));
+    QThread::currentThread()->setObjectName(MainThread);
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Example instrument application for VfCrosscutting."));
@@ -139,7 +139,7 @@ int main(int argc, char** argv)
         instrument.calibrate(QStringLiteral("/opt/tarvion/data/worker-calibration.xml"));
         qWarning("worker thread: calibration data missing");
     });
-    worker->setObjectName(QStringLiteral("TaskProcessor"));
+    worker->setObjectName(TaskProcessor);
     worker->start();
     worker->wait();
     delete worker;
