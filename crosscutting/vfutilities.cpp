@@ -141,9 +141,20 @@ public:
     ~ShellProcess() override
     {
         if (state() != QProcess::NotRunning) {
-            ::kill(-static_cast<pid_t>(processId()), SIGKILL);
+            const pid_t pid = static_cast<pid_t>(processId());
+            // Before the child has made its group (a wait that ran out while starting) only
+            // the shell exists, and it alone is ended.
+            if (::kill(-pid, SIGKILL) != 0)
+                ::kill(pid, SIGKILL);
             waitForFinished(-1);
         }
+    }
+
+    // Makes the group from the parent's side as well, which closes the race with the child.
+    void makeProcessGroup()
+    {
+        if (state() != QProcess::NotRunning)
+            ::setpgid(static_cast<pid_t>(processId()), static_cast<pid_t>(processId()));
     }
 
 protected:
@@ -158,6 +169,7 @@ QByteArray VfUtilities::shellHelper(char const* command, char const* name, int t
     QByteArray standardOutput;
     const QString commandText = QString::fromLocal8Bit(command);
     process.start(QStringLiteral("sh"), QStringList{QStringLiteral("-c"), commandText}, QIODevice::ReadWrite);
+    process.makeProcessGroup();
     process.closeWriteChannel();
     // Also false when sh could not be started: that is reported as a timeout too (Part 8.1).
     if (!process.waitForFinished(timeout))

@@ -63,6 +63,7 @@ private slots:
     void shellHelperStandardInputClosed();
     void shellHelperTimeout();
     void shellHelperTimeoutEndsForkedProgram();
+    void shellHelperTimeoutWhileStarting();
     void shellHelperShellCannotStart();
     void shellHelperNullExitCode();
 
@@ -248,6 +249,19 @@ void tst_ExternalCommands::shellHelperTimeoutEndsForkedProgram()
     // The shell leads its own process group, so what it forked (dash forks even a lone command)
     // is sent SIGKILL with it at the end of the call; the kernel finishes it a moment later.
     QTRY_VERIFY_WITH_TIMEOUT(!isAlive(childPid), 3000);
+}
+
+void tst_ExternalCommands::shellHelperTimeoutWhileStarting()
+{
+    // A wait of 0 runs out while the shell may still be starting: the program is ended all the
+    // same, and the call does not wait for it.
+    for (int i = 0; i < 20; ++i) {
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(VfUtilities::shellHelper("exec sleep 5", "starting", 0, nullptr).isEmpty());
+        QVERIFY2(timer.elapsed() < 4000, qPrintable(QString::number(timer.elapsed())));
+    }
+    QCOMPARE(m_recorder->codes().count(StatusCode(VfStatusCodes::TimeoutExceeded)), 20);
 }
 
 void tst_ExternalCommands::shellHelperShellCannotStart()
