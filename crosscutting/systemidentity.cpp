@@ -102,19 +102,22 @@ void VfSystemIdentity::refresh()
         m_lockLevel = loadLockLevel();
 
         m_model = UnknownValue;
-        m_options.clear();
         // Part 9.1: the name is passed as read, without changing its case.
         const QString modelName = readIdentityFile(ModelFile);
-        if (modelName != UnknownValue) {
+        if (modelName == UnknownValue) {
+            m_options.clear(); // no model, no options
+        } else {
             const QMetaObject* metaObject = Model::ModelUtilities::modelMetaObject(modelName);
             if (!metaObject) {
+                m_options.clear();
                 REPORT_STATUS(VfStatusCodes::ConfigurationDataInvalid, ModelFile,
                               QStringLiteral("invalid model %1").arg(modelName));
             } else {
                 m_model = modelName;
                 QScopedPointer<QObject> first(newModelInstance(metaObject, QStringList()));
                 if (!first) {
-                    // Part 9.1: the model stays set and the model-dependent data as it was.
+                    // Part 9.1: the model stays set and the model-dependent data as it was, and so
+                    // do the options that the data was made with.
                     REPORT_STATUS(VfStatusCodes::MetaObjectInstantiationError,
                                   QString::fromLatin1(metaObject->className()));
                     return;

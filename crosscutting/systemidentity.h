@@ -63,7 +63,9 @@ private:
 // - Options: "/identity/options", the options joined by ",". The model class publishes the
 //   options it accepts as its property "validOptions"; validateOption checks against the
 //   model-dependent data, and refresh loads the file through the model's first instance, keeping
-//   the valid options only. A missing options file means no options and is not reported.
+//   the valid options only. A missing options file means no options and is not reported; no
+//   usable model name means no options, and a model that cannot be instantiated keeps the
+//   options, as it keeps the data made with them.
 //   setOptions adds options, unsetOptions removes them; both store the file unless file I/O is
 //   disabled (or persist is false), and only a successful setOptions calls the dispatcher. The
 //   model-dependent data sees the options it was made with until the next refresh.

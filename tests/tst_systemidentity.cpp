@@ -798,11 +798,21 @@ void tst_SystemIdentity::failureHandling()
         identity.refresh();
         QCOMPARE(identity.model(), QStringLiteral("UNKNOWN"));
         break;
-    case RefreshInstanceNotCreated:
+    case RefreshInstanceNotCreated: {
+        writeRaw(OptionsPath, "PREAMP");
+        identity.refresh();
+        QCOMPARE(identity.options(), QStringList{"PREAMP"});
+        QObject* dataBefore = identity.getModelDependentData();
+        const QStringList optionsBefore = identity.options();
         writeRaw(ModelPath, "UNCREATABLE");
         fill["{class}"] = QStringLiteral("Model::UncreatableModel");
         identity.refresh();
+        // The model is set; the data, and the options it was made with, stay as they were.
+        QCOMPARE(identity.model(), QStringLiteral("UNCREATABLE"));
+        QCOMPARE(identity.getModelDependentData(), dataBefore);
+        QCOMPARE(identity.options(), optionsBefore);
         break;
+    }
     case SetModelModelNameNotKnown:
         fill["{name}"] = QStringLiteral("XYZ");
         returned = qint64(identity.setModel(QStringLiteral("xyz"), true));
