@@ -10,20 +10,31 @@
 
 namespace Crosscutting {
 
-// Interface of the road from a reported code to an emitted status change event (Part 2.3).
+/// Interface of the road from a reported code to an emitted status change event.
+/// VfStatusReporter implements it; programs reach it through
+/// VfCrosscuttingManagerPlaceholder::statusReporter() and report with REPORT_STATUS.
 class VFCROSSCUTTING_EXPORT VfAbstractStatusReporter : public QObject
 {
     Q_OBJECT
 public:
+    /// Passes the parent to QObject. Cannot fail; any thread.
     explicit VfAbstractStatusReporter(QObject* parent);
+    /// Destroys the reporter. Any thread that no longer reports through it.
     ~VfAbstractStatusReporter() override;
 
 public slots:
-    // Takes ownership of sourceContext, which must come from new (createSourceContext).
+    /// Reports statusCode: emits statusChangeOccurred with the code, the context and the
+    /// catalogue's record filled with the context's arguments. Takes ownership of sourceContext,
+    /// which must come from new, as createSourceContext() makes it. Returns statusCode unchanged on
+    /// every path; an unknown code is reported in turn as ReportStatusStatusCodeNotRecognized.
+    /// Any thread; the signal is emitted on the calling thread.
     virtual StatusCode reportStatus(StatusCode statusCode, Crosscutting::VfSourceContext& sourceContext) = 0;
 
 signals:
+    /// Emitted once for each reported code that the catalogue knows, on the reporting thread.
     // Fully qualified so that a queued connection finds the type registered by the application.
+    /// To receive it queued on another thread, the application registers the type first:
+    /// qRegisterMetaType<Crosscutting::VfStatusChangeEvent>().
     void statusChangeOccurred(const Crosscutting::VfStatusChangeEvent& statusChangeEvent);
 };
 

@@ -1,7 +1,9 @@
 #ifndef VFCROSSCUTTING_H
 #define VFCROSSCUTTING_H
 
-// The one header that programs embedding the library include: every public header of libVfCrosscutting.
+/// \file
+/// The one header that programs include: every public header of libVfCrosscutting, usable as
+/// `#include <vfcrosscutting.h>` or `#include <crosscutting/vfcrosscutting.h>`.
 
 #include "vfcrosscutting_export.h"
 #include "systemidentity.h"
@@ -35,5 +37,10 @@
 #include "vftimer.h"
 #include "vfunixsignalhandler.h"
 #include "vfutilities.h"
+
+/// \namespace Crosscutting
+/// The cross-cutting services of the instrument software: status reporting, logging, mutexes,
+/// platform paths and storage volumes, signal and crash handling, utilities and identity.
+/// Start with VfCrosscuttingManagerPlaceholder and REPORT_STATUS.
 
 #endif // VFCROSSCUTTING_H

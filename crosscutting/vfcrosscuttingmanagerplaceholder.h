@@ -1,6 +1,9 @@
 #ifndef VFCROSSCUTTINGMANAGERPLACEHOLDER_H
 #define VFCROSSCUTTINGMANAGERPLACEHOLDER_H
 
+/// \file
+/// The service access object and REPORT_STATUS.
+
 #include "vfabstractstatusreporter.h"
 #include "vfcrosscutting_export.h"
 #include "vfrecursivemutex.h"
@@ -18,20 +21,39 @@ class VfAbstractLogManager;
 class VfPlatformInfo;
 class VfSystemIdentity;
 
-// The one process-wide object through which all code reaches the cross-cutting services (Part 1.1).
+/// The one process-wide object through which all code reaches the cross-cutting services:
+/// the status reporter, the log manager, the platform information and the instrument identity.
+///
+/// The first instance() on any thread creates it, which loads the status catalogue and sets up the
+/// logs; REPORT_STATUS goes through it at every reporting site. The library never calls drop()
+/// itself: an application that wants an orderly end calls it once, last.
 class VFCROSSCUTTING_EXPORT VfCrosscuttingManagerPlaceholder
 {
 public:
+    /// The one instance, made on first use; never null. Creation runs under a recursive mutex with
+    /// a wait of 120000 ms, so two threads that race for the first call get the same object. Any thread.
     static VfCrosscuttingManagerPlaceholder* instance();
+    /// Destroys the instance, if there is one: identity, platform information, log manager (which
+    /// flushes every log) and status reporter, in that order. A later instance() starts afresh, and
+    /// pointers fetched before dangle. Any thread, when no other thread uses the services.
     static void drop();
 
+    /// Deletes the services; only drop() destroys the instance.
     virtual ~VfCrosscuttingManagerPlaceholder();
 
+    /// The status reporter; never null. No lock; any thread.
     VfAbstractStatusReporter* statusReporter() const;
+    /// The log manager; never null. No lock; any thread.
     VfAbstractLogManager* logManager() const;
+    /// The platform information; never null. No lock; any thread.
     VfPlatformInfo* platformInfo() const;
+    /// The instrument identity, made and read from its files on the first call; never null.
+    /// No lock: make the first call on one thread before others use it.
     VfSystemIdentity* systemIdentity() const;
 
+    /// Installs linuxGeneralSignalHandler() for SIGILL, SIGHUP and SIGFPE, which writes a backtrace
+    /// file, runs demangle_backtrace on it and ends the process. The library never installs it by
+    /// itself. Failures of sigaction are ignored. Any thread, normally once at start-up.
     void initializePlatformSpecificFunctionality() const;
 
 private:
@@ -47,7 +69,9 @@ private:
     static VfRecursiveMutex s_mutex;
 };
 
-// The body of REPORT_STATUS for one reporting site: the six steps of Part 2.3, in their order.
+/// The body of REPORT_STATUS for one reporting site: fetches the status reporter, makes the
+/// context from the site's file, line, function signature and arguments, and reports. Returns
+/// code unchanged. Any thread.
 template <typename... Arguments>
 StatusCode reportStatusFromSite(const char* file, unsigned long long line, const char* function, StatusCode code,
                                 const Arguments&... arguments)
@@ -61,8 +85,10 @@ StatusCode reportStatusFromSite(const char* file, unsigned long long line, const
 
 } // namespace Crosscutting
 
-// Reports a status code with any number of QString arguments and evaluates to the code (Part 2.3):
-// `return REPORT_STATUS(VfStatusCodes::FileNotFound, path);`
+/// Reports a status code with any number of QString arguments and evaluates to the code, so
+/// that a site reports a failure and returns it in one statement:
+/// `return REPORT_STATUS(VfStatusCodes::FileNotFound, path);`
+/// Numbers are passed as QString::number(value). Any thread.
 #define REPORT_STATUS(...) ::Crosscutting::reportStatusFromSite(__FILE__, __LINE__, Q_FUNC_INFO, __VA_ARGS__)
 
 #endif // VFCROSSCUTTINGMANAGERPLACEHOLDER_H

@@ -13,12 +13,22 @@
 
 namespace Crosscutting {
 
-// Owns the three logs and three writers, connects them and saves the file writers periodically (Part 4.2).
+/// The log manager: owns the three logs and the three writers ("Stdout", "velmar.log" and
+/// "event.log" under the system data root's "logs/"), connects them and saves the files every
+/// 5000 ms on the timer of the thread that made it, while that thread runs an event loop.
+///
+/// By default StatusLog and DebugLog go to standard output and "velmar.log", and EventLog goes to
+/// "event.log"; each file is limited to 1048576 bytes with one ".bak" backup. The operations are
+/// those of VfAbstractLogManager.
 class VFCROSSCUTTING_EXPORT VfLogManager : public VfAbstractLogManager
 {
     Q_OBJECT
 public:
+    /// Makes the logs and writers and starts the timer. The log directory is made on the first
+    /// write. Cannot fail; the thread that makes it runs the timer.
     explicit VfLogManager(QObject* parent);
+    /// Stops the timer, flushes all logs, then deletes the logs and the writers, which flush once
+    /// more. The thread that owns it.
     ~VfLogManager() override;
 
     QList<VfLogType> logTypes() const override;
@@ -39,6 +49,8 @@ public:
     void deregisterIgnoreHandler() override;
     std::function<bool(MessageSource, char const*)> ignoreHandler() const override;
 
+    /// The writers the log is connected to now, in no particular order; empty for an unknown log.
+    /// The manager keeps ownership. Any thread.
     QList<VfAbstractLogWriter*> getLogWritersByLog(VfLogType logType) const;
 
 public slots:
@@ -50,7 +62,9 @@ public slots:
     void forceFlushAllLogs() override;
 
 protected:
-    // The one place where connections between logs and writers change.
+    /// Connects (enable) or disconnects one writer of log and records it in the log's mask; the
+    /// one place where connections change. Does nothing if the connection is already as asked.
+    /// Cannot fail. At start-up, on one thread, before other threads log.
     void updateWriter(VfLog* log, VfLogType logType, VfLogDestination destination, bool enable);
 
 private:

@@ -8,14 +8,19 @@
 
 namespace Crosscutting {
 
-// Non-recursive mutex whose lock() waits at most the time given at construction (Part 5.1).
+/// Non-recursive mutex whose lock() waits at most the time given at construction; the library
+/// waits 120000 ms. Lock it through VfMutexLocker. Any thread.
 class VFCROSSCUTTING_EXPORT VfMutex final : public VfAbstractMutex
 {
 public:
+    /// A free mutex whose lock() waits at most timeoutMs milliseconds. Cannot fail; any thread.
     VfMutex(unsigned int timeoutMs);
 
+    /// Waits at most the construction's time. True when taken, false when the wait ran out. Any thread.
     bool lock() override;
+    /// Releases the lock held by the calling thread. Any thread.
     void unlock() override;
+    /// Waits at most timeout milliseconds. True when taken, false when the wait ran out. Any thread.
     bool tryLock(int const& timeout) override;
 
 private:

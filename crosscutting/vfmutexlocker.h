@@ -8,20 +8,26 @@
 
 namespace Crosscutting {
 
-// Scoped lock of a VfMutex or VfRecursiveMutex that brackets the lock with the mutex's two hooks (Part 5.1).
-// The result of lock() is ignored: after a timed-out wait the scope runs without the lock.
+/// Scoped lock of a VfMutex or VfRecursiveMutex that brackets the lock with the mutex's two hooks:
+/// `VfMutexLocker<VfMutex> locker(mutex);`
+///
+/// The result of lock() is ignored: after a wait that ran out, the scope runs without the lock.
+/// Any thread.
 template <typename Mutex, template <typename> class Guard = std::lock_guard>
 class VfMutexLocker
 {
 public:
+    /// Locks mutex, waiting at most its own time, and calls its lock hook. Cannot fail; any thread.
     explicit VfMutexLocker(Mutex& mutex)
         : m_guard(mutex)
         , m_lockedMutex(&mutex)
     {
-        // Part 5.1: kept as specified: the lock-side hook gets constants, not the calling thread.
+        // Deliberately constants and not the calling thread: the lock-side hook has always been
+        // given zeros, and only the unlock side names the thread.
         m_lockedMutex->lockPostProcessing(0, nullptr, nullptr, 0, nullptr);
     }
 
+    /// Calls the unlock hook with the calling thread, then unlocks. The thread that locked.
     ~VfMutexLocker()
     {
         if (m_lockedMutex) {

@@ -8,14 +8,19 @@
 
 namespace Crosscutting {
 
-// Recursive mutex whose lock() waits at most the time given at construction (Part 5.1).
+/// Recursive mutex whose lock() waits at most the time given at construction: the thread that
+/// holds it may lock it again. Lock it through VfMutexLocker. Any thread.
 class VFCROSSCUTTING_EXPORT VfRecursiveMutex final : public VfAbstractMutex
 {
 public:
+    /// A free mutex whose lock() waits at most timeoutMs milliseconds. Cannot fail; any thread.
     VfRecursiveMutex(unsigned int timeoutMs);
 
+    /// Waits at most the construction's time. True when taken, false when the wait ran out. Any thread.
     bool lock() override;
+    /// Releases one level of the lock held by the calling thread. Any thread.
     void unlock() override;
+    /// Waits at most timeout milliseconds. True when taken, false when the wait ran out. Any thread.
     bool tryLock(int const& timeout) override;
 
 private:

@@ -9,13 +9,18 @@
 
 namespace Crosscutting {
 
-// One catalogue record: title, description, severity and category of a status (Part 2.2).
+/// One catalogue record: title, description, severity and category of a status.
+///
+/// Immutable once made, so any thread may read it. The status reporter makes a new record for
+/// each reported event, with the description filled with the report's arguments.
 // VfDisplayable is a private base written without an access specifier, which moc takes for public:
-// so the meta-cast answers to "VfDisplayable" too, as Part 2.2 requires.
+// so the meta-cast answers to "VfDisplayable" too, as the catalogue's readers expect.
 class VFCROSSCUTTING_EXPORT VfStaticStatusInfo : public QObject, VfDisplayable
 {
     Q_OBJECT
 public:
+    /// How bad a status is. The logs do not print it; it decides the route of an entry only
+    /// where a rate handler or a severity file writer is used.
     enum class VfStatusSeverity : quint8 {
         Unassigned = 0,
         Notification = 1,
@@ -25,6 +30,7 @@ public:
     };
     Q_ENUM(VfStatusSeverity)
 
+    /// Whether a status concerns the instrument software itself or something outside it.
     enum class VfStatusCategory : quint8 {
         Unassigned = 0,
         Internal = 1,
@@ -38,15 +44,26 @@ public:
     using VfDisplayable::SingleLineLongForm;
     using VfDisplayable::MultiLineLongForm;
 
+    /// An empty record: no parent, empty title and description, both enumerations Unassigned.
+    /// Cannot fail; any thread.
     VfStaticStatusInfo();
+    /// Stores the four values; a record never changes afterwards. Cannot fail; any thread.
     VfStaticStatusInfo(const QString& title, const QString& description, VfStatusSeverity severity,
                        VfStatusCategory category, QObject* parent);
 
+    /// The title. Cannot fail; any thread.
     QString title() const;
+    /// The description: the catalogue's template with "%1" markers, or the filled text of an
+    /// event. Cannot fail; any thread.
     QString description() const;
+    /// The severity; 255 when the catalogue named none it knows. Cannot fail; any thread.
     VfStatusSeverity severity() const;
+    /// The category; 255 when the catalogue named none it knows. Cannot fail; any thread.
     VfStatusCategory category() const;
 
+    /// The description for ShortForm and ShortFormWithTimestamp; title, description, severity and
+    /// category for the long forms, as in "[Invalid data, Invalid data 'x' received, NonCriticalError,
+    /// Internal]". An unknown form gives an empty string. Cannot fail; any thread.
     QString toString(DisplayFormat format) const override;
 
 private:

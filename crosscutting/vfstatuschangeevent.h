@@ -12,20 +12,30 @@
 
 namespace Crosscutting {
 
-// Value type carried by statusChangeOccurred: the code, where it came from and the filled record (Part 2.3).
+/// Value type carried by VfAbstractStatusReporter::statusChangeOccurred: the code, where it
+/// came from, and the catalogue record with its description filled. Copies share the two records.
+/// Immutable, so copies may be read on any thread.
 class VFCROSSCUTTING_EXPORT VfStatusChangeEvent : public VfDisplayable
 {
 public:
+    /// Code 0 and two null pointers. Cannot fail; any thread.
     VfStatusChangeEvent();
+    /// Stores the three values. Cannot fail; any thread.
     VfStatusChangeEvent(StatusCode statusCode, const QSharedPointer<VfSourceContext>& sourceContext,
                         const QSharedPointer<VfStaticStatusInfo>& statusInfo);
+    /// Releases its share of the two records. Any thread.
     ~VfStatusChangeEvent() override;
 
-    // Part 2.3: deliberately "Not Implemented" for every format; renderers go to the two records.
+    /// Always "Not Implemented", whatever the format: the event has no text of its own, and
+    /// renderers go to sourceContext() and statusInfo(). Any thread.
     QString toString(DisplayFormat format) const override;
 
+    /// Where the report was made; null for a default-constructed event. Any thread.
     QSharedPointer<VfSourceContext> sourceContext() const;
+    /// The record of this occurrence, with the description filled; null for a default-constructed
+    /// event. Any thread.
     QSharedPointer<VfStaticStatusInfo> statusInfo() const;
+    /// The reported code. Cannot fail; any thread.
     StatusCode statusCode() const;
 
 private:
@@ -36,7 +46,8 @@ private:
 
 } // namespace Crosscutting
 
-// Declared to Qt's meta-type system; registering it (qRegisterMetaType) is the embedding application's job.
+// Declared to Qt's meta-type system; registering it (qRegisterMetaType) is the embedding
+// application's job, before an event is delivered queued.
 Q_DECLARE_METATYPE(Crosscutting::VfStatusChangeEvent)
 
 #endif // VFSTATUSCHANGEEVENT_H

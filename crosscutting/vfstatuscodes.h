@@ -1,21 +1,31 @@
 #ifndef VFSTATUSCODES_H
 #define VFSTATUSCODES_H
 
+/// \file
+/// StatusCode and the status code enumeration.
+
 #include "vfcrosscutting_export.h"
 
 #include <QObject>
 
-// The result of every fallible operation; 0 (Success) is success. Global scope by design (Part 1.1).
+/// The result of every fallible operation of the library and of the programs that use it.
+/// 0 (VfStatusCodes::Success) is success; any other value is a Crosscutting::VfStatusCodes::VfStatusCode.
+/// It lives at global scope so that every caller can return it without a namespace.
 typedef unsigned long long StatusCode;
 
 namespace Crosscutting {
 
-// Holds the status code enumeration and publishes it to the meta-object system (Part 2.1).
-// Never instantiated: only its static meta-object is used.
+/// Holds the status code enumeration and publishes it to Qt's meta-object system, so that
+/// the catalogue can name codes by text and the code finds them by number.
+///
+/// Never instantiated: only its static meta-object is used.
 class VFCROSSCUTTING_EXPORT VfStatusCodes : public QObject
 {
     Q_OBJECT
 public:
+    /// Every status the framework knows, with consecutive values from 0. The catalogue
+    /// (":/configuration/statuscodes_framework.json") gives each one its title, description,
+    /// severity and category; Success and LastValue have no record there.
     enum VfStatusCode : unsigned long long {
         Success = 0,
         ApplicationAlreadyLoaded = 1,

@@ -12,23 +12,44 @@
 
 namespace Crosscutting {
 
-// Turns a code into an event: looks the code up in the catalogue and fills its description (Parts 2.1, 2.3).
+/// Turns a code into an event: looks the code up in the catalogue, fills the record's
+/// description with the report's arguments and emits statusChangeOccurred.
+///
+/// The catalogue is loaded once, by the constructor; after that the tables never change, so
+/// every operation may run on any thread without a lock.
 class VFCROSSCUTTING_EXPORT VfStatusReporter : public VfAbstractStatusReporter
 {
     Q_OBJECT
 public:
+    /// Loads the catalogue from the library's resource ":/configuration/statuscodes_framework.json".
+    /// Reports nothing: a catalogue that cannot be read leaves the tables empty. Runs on the thread
+    /// that makes the service access object.
     explicit VfStatusReporter(QObject* parent);
+    /// Frees the catalogue. The thread that drops the service access object.
     ~VfStatusReporter() override;
 
+    /// Reports statusCode, as VfAbstractStatusReporter::reportStatus() says. A description whose
+    /// "%1" markers do not match the number of arguments is reported first as
+    /// ReportStatusInvalidArgCount, and the event goes out all the same. Returns statusCode; any thread.
     StatusCode reportStatus(StatusCode statusCode, Crosscutting::VfSourceContext& sourceContext) override;
 
+    /// The event for one report: statusInfo's description filled with the context's arguments, in a
+    /// new record. Reports ReportStatusInvalidArgCount when arguments and markers differ in number,
+    /// and still returns the event, with the unfilled markers left in the text. Any thread.
     VfStatusChangeEvent createStatusChangeEvent(StatusCode statusCode,
                                                 const QSharedPointer<VfSourceContext>& sourceContext,
                                                 const VfStaticStatusInfo& statusInfo);
 
+    /// Reads the catalogue into the framework table. Returns 0, or the failure code of the read
+    /// (FileNotFound, FileCannotOpen, ConfigurationDataInvalid) without reporting it; the table then
+    /// stays empty. Called by the constructor; not to be called while other threads report.
     StatusCode loadFrameworkStatusCodes();
+    /// A new record, owned by the caller, from one catalogue object; its code goes to
+    /// *statusCodeOut, which must not be null. An unknown name gives the code 0xFFFFFFFFFFFFFFFF,
+    /// an unknown severity or category the value 255, a missing text an empty string. Any thread.
     VfStaticStatusInfo* createStaticStatusInfoObjectFromJsonObject(const QJsonObject& object,
                                                                    VfStatusCodes::VfStatusCode* statusCodeOut) const;
+    /// object.value(key) as a string; a missing key or a member that is no string gives an empty string. Any thread.
     QString extractStatusCodeStringValue(const QJsonObject& object, const QString& key) const;
 
 private:

@@ -7,15 +7,18 @@
 
 namespace Crosscutting {
 
-// A rate handler that checks only entries at or above a severity (Part 4.5).
+/// A rate handler that counts only entries at or above a severity.
 class VFCROSSCUTTING_EXPORT VfStatusSeverityErrorRateHandler : public VfErrorRateHandler
 {
     Q_OBJECT
 public:
+    /// A bucket as VfErrorRateHandler's, for entries of severity or above. Cannot fail; any thread.
     VfStatusSeverityErrorRateHandler(VfStaticStatusInfo::VfStatusSeverity severity, unsigned long long maxErrors,
                                      unsigned long long timeInterval, QObject* parent);
+    /// Destroys the handler. Any thread, once no writer holds it.
     ~VfStatusSeverityErrorRateHandler() override;
 
+    /// True when the entry's severity is not below the handler's. Any thread.
     bool errorRateCheckEnabled(QSharedPointer<const Crosscutting::VfLogEntry> logEntry) override;
 
 private:

@@ -1,4 +1,5 @@
-// Includes only the umbrella header, as programs that embed the library do.
+// Includes only the umbrella header, as programs that embed the library do; qualified.cpp includes
+// it as <crosscutting/vfcrosscutting.h>.
 #include <vfcrosscutting.h>
 
 #include <QCoreApplication>
@@ -6,6 +7,8 @@
 #include <cstdio>
 
 using namespace Crosscutting;
+
+StatusCode qualifiedFileNotFound();
 
 int main(int argc, char** argv)
 {
@@ -22,5 +25,5 @@ int main(int argc, char** argv)
     writer.writeEmptyElement("ok");
     writer.writeEndDocument();
     std::printf("consumer: code %llu, event %llu, %s\n", code, seen, qPrintable(xml));
-    return (code == 34 && seen == 34) ? 0 : 1;
+    return (code == 34 && seen == 34 && qualifiedFileNotFound() == 34) ? 0 : 1;
 }

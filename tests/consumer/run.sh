@@ -24,7 +24,8 @@ if grep -q '^VF_BUILD_MODEL_STANDIN:BOOL=ON' "$build/CMakeCache.txt"; then
   test -f "$prefix/include/crosscutting/modelutilities.h"
   grep -q 'VfCrosscutting::Model' "$libdir/cmake/VfCrosscutting/VfCrosscuttingTargets.cmake"
 fi
-grep -q '^Libs:.* -lVfCrosscutting .*-l:\{0,1\}\(model\|libmodel\)' "$libdir/pkgconfig/VfCrosscutting.pc"
+grep -q '^Libs:.* -lVfCrosscutting$' "$libdir/pkgconfig/VfCrosscutting.pc"
+grep -q '^Libs.private:.*-l:\{0,1\}\(model\|libmodel\)' "$libdir/pkgconfig/VfCrosscutting.pc"
 
 # The umbrella header names every public header.
 for h in "$src"/crosscutting/*.h; do
@@ -44,7 +45,7 @@ cmake -S "$work/v2" -B "$work/v2/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 
 # pkg-config gives what a plain compiler needs.
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
-g++ -std=c++17 -fPIC "$src/tests/consumer/main.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs VfCrosscutting) \
+g++ -std=c++17 -fPIC "$src/tests/consumer/main.cpp" "$src/tests/consumer/qualified.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs VfCrosscutting) \
   -Wl,-rpath,"$libdir"
 "$work/consumer-pc"
 echo "consumer: installed package works through find_package and pkg-config"
