@@ -9,7 +9,7 @@ src=$1 build=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-(cd "$work" && cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/out" >"$work/cpack.log") \
+(cd "$work" && cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/out" >"$work/cpack.log" 2>&1) \
   || { cat "$work/cpack.log"; exit 1; }
 runtime=$(ls "$work"/out/libvfcrosscutting1_*.deb)
 dev=$(ls "$work"/out/libvfcrosscutting-dev_*.deb)
@@ -59,7 +59,9 @@ grep -q "libvfcrosscutting1 (= $version)" <<<"$ddeps" && grep -q qtbase5-dev <<<
 root=$work/root
 dpkg-deb -x "$runtime" "$root"
 dpkg-deb -x "$dev" "$root"
+# The stand-in stands where the instrument's own libmodel.so.1 would: on the loader's path.
 model=$build/model
+export LD_LIBRARY_PATH=$model${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
 cmake -S "$src/tests/consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$root/usr" \
   -DVF_MODEL_LIBRARY="$model/libmodel.so.1" >/dev/null
 cmake --build "$work/build" >/dev/null
@@ -69,6 +71,6 @@ ldd "$work/build/consumer" | grep -q "libVfCrosscutting.so.1 => $root$lib/" \
 
 export PKG_CONFIG_PATH="$root$lib/pkgconfig"
 g++ -std=c++17 -fPIC "$src/tests/consumer/main.cpp" "$src/tests/consumer/qualified.cpp" -o "$work/consumer-pc" \
-  $(pkg-config --cflags --libs VfCrosscutting) -Wl,-rpath,"$root$lib" -Wl,-rpath,"$model"
+  $(pkg-config --cflags --libs VfCrosscutting) -Wl,-rpath,"$root$lib"
 "$work/consumer-pc"
 echo "package: both packages build, hold what they should, and serve the consumer unpacked"
