@@ -88,8 +88,9 @@ public:
     /// Handlers called with the model and the options after each successful setOptions().
     using ChangeDispatcher = EventDispatcherT<QString const&, QStringList const&>;
 
-    /// Reads every identity file (see refresh()). With fileIoDisabled, no file is read or written and
-    /// the values are "UNKNOWN". Failures are reported, never fatal. One thread.
+    /// Reads every identity file (see refresh()). With fileIoDisabled, refresh() reads no file, the
+    /// values are "UNKNOWN" and the setters only store (setUnitName() writes all the same). Failures
+    /// are reported, never fatal. One thread.
     VfSystemIdentity(bool fileIoDisabled, QObject* parent);
     /// Destroys the handlers, then the model-dependent data. The thread that uses it.
     ~VfSystemIdentity() override;
@@ -112,9 +113,9 @@ public:
     void setIsModelForced(bool isModelForced);
 
     /// Makes model (upper-cased) the instrument's model, rebuilds the model-dependent data and clears
-    /// the options; with persist, writes the model file first. Returns Success, InputInvalid for a
-    /// name the model library does not know, MetaObjectInstantiationError, or the write's failure,
-    /// all reported; nothing changes on failure. One thread.
+    /// the options; with persist and file I/O enabled, writes the model file first. Returns Success,
+    /// InputInvalid for a name the model library does not know, MetaObjectInstantiationError, or the
+    /// write's failure, all reported; nothing changes on failure. One thread.
     StatusCode setModel(const QString& model, const bool& persist);
     /// Writes and stores the unit name; a name equal to the current one but for case is not written.
     /// Returns Success, DataSizeInvalid (not reported) for more than 45 characters, or the write's

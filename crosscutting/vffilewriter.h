@@ -45,8 +45,9 @@ public:
     /// True: the file can be read and copied. Any thread.
     bool isCopyable() const override;
     /// Flushes, then copies the file to directory.absolutePath(), which names the target file. With a
-    /// backup, the target gets the backup and the current file is appended. False, with FileCannotCopy
-    /// reported, when the copy fails; an existing target is never overwritten. Any thread.
+    /// backup, the target receives the backup alone: the current file is read through the writer's
+    /// own write-only device, which gives nothing. False, with FileCannotCopy reported, when the copy
+    /// fails; an existing target is never overwritten. Any thread.
     bool copyLogTo(QDir const& directory) override;
     /// True: the log manager's timer flushes this writer. Any thread.
     bool isTimedSaveEnabled() const override;

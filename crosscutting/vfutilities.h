@@ -56,8 +56,8 @@ public:
     static StatusCode processCommand(QString const& command, QStringList const& arguments);
     /// Runs command through "sh -c" with its standard input closed, waits at most timeout ms (-1: no
     /// limit), and returns its standard output; exitCode, if not null, gets the exit code. A wait that
-    /// runs out (the shell and what it started are ended) reports TimeoutExceeded with name and gives
-    /// an empty result; an exit code above 0 reports CommandFailed with the error output. Any thread.
+    /// runs out ends the shell with what it started, reports TimeoutExceeded with name and gives an
+    /// empty result; an exit code above 0 reports CommandFailed with the error output. Any thread.
     static QByteArray shellHelper(char const* command, char const* name, int timeout, int* exitCode);
     /// Runs command (split at blanks) and waits for it without a limit, then hands back both output
     /// streams and, if exitCode is not null, the exit code. Returns Success for exit code 0 and
