@@ -337,7 +337,6 @@ public:
     // its caller each next location is the caller and the place of the call in it.
     std::vector<Location> locate(Dwarf_Addr address)
     {
-        std::vector<Location> locations;
         Dwarf_Addr bias = 0;
         Dwarf_Die* unit = dwfl_module_addrdie(m_module, address, &bias);
         Dwarf_Attribute attribute;
@@ -349,45 +348,74 @@ public:
             file = dwfl_lineinfo(row, nullptr, &line, nullptr, nullptr, nullptr);
         if (file != nullptr)
             place = placeText(directory, file, static_cast<unsigned>(line));
-        // dwarf_getscopes goes on from an inlined function into its abstract definition; the
-        // functions it was inlined into are the enclosing entries of the innermost scope.
-        Dwarf_Die* innermost = nullptr;
-        Dwarf_Die* scopes = nullptr;
-        const int count = unit != nullptr && dwarf_getscopes(unit, address - bias, &innermost) > 0
-                              ? dwarf_getscopes_die(innermost, &scopes)
-                              : 0;
-        std::free(innermost);
+
+        std::vector<Location> locations;
         Dwarf_Files* files = nullptr;
-        for (int i = 0; i < count; ++i) {
-            const int tag = dwarf_tag(&scopes[i]);
-            if (tag != DW_TAG_subprogram && tag != DW_TAG_inlined_subroutine)
-                continue;
-            locations.push_back({functionName(&scopes[i]), place});
-            if (tag == DW_TAG_subprogram)
-                break;
+        size_t fileCount = 0;
+        for (Dwarf_Die& scope : scopesAt(unit, address - bias)) {
+            locations.push_back({functionName(&scope), place});
             Dwarf_Word callFile = 0;
             Dwarf_Word callLine = 0;
-            size_t fileCount = 0;
             const char* name = nullptr;
-            if (dwarf_formudata(dwarf_attr(&scopes[i], DW_AT_call_file, &attribute), &callFile) == 0
-                && dwarf_formudata(dwarf_attr(&scopes[i], DW_AT_call_line, &attribute), &callLine) == 0
+            if (dwarf_formudata(dwarf_attr(&scope, DW_AT_call_file, &attribute), &callFile) == 0
+                && dwarf_formudata(dwarf_attr(&scope, DW_AT_call_line, &attribute), &callLine) == 0
                 && (files != nullptr || dwarf_getsrcfiles(unit, &files, &fileCount) == 0))
                 name = dwarf_filesrc(files, callFile, nullptr, nullptr);
             place = name != nullptr ? placeText(directory, name, callLine) : std::string();
         }
-        std::free(scopes);
         if (locations.empty() && !place.empty())
             locations.push_back({"??", place});
         return locations;
     }
 
 private:
+    // The function of the unit around pc, preceded by the functions inlined into it there,
+    // innermost first. The functions of a unit are listed once: a walk of its whole tree takes
+    // milliseconds where it holds the declarations of a large framework.
+    std::vector<Dwarf_Die> scopesAt(Dwarf_Die* unit, Dwarf_Addr pc)
+    {
+        std::vector<Dwarf_Die> scopes;
+        if (unit == nullptr)
+            return scopes;
+        auto listed = m_functionsByUnit.find(dwarf_dieoffset(unit));
+        if (listed == m_functionsByUnit.end()) {
+            listed = m_functionsByUnit.emplace(dwarf_dieoffset(unit), std::vector<Dwarf_Die>()).first;
+            dwarf_getfuncs(unit, [](Dwarf_Die* function, void* list) {
+                static_cast<std::vector<Dwarf_Die>*>(list)->push_back(*function);
+                return int(DWARF_CB_OK);
+            }, &listed->second, 0);
+        }
+        for (Dwarf_Die& function : listed->second) {
+            if (dwarf_haspc(&function, pc) <= 0)
+                continue;
+            // Down through the blocks and inlined functions that hold pc.
+            Dwarf_Die parent = function;
+            Dwarf_Die child;
+            bool deeper = dwarf_child(&parent, &child) == 0;
+            while (deeper) {
+                const int tag = dwarf_tag(&child);
+                if ((tag == DW_TAG_lexical_block || tag == DW_TAG_inlined_subroutine) && dwarf_haspc(&child, pc) > 0) {
+                    if (tag == DW_TAG_inlined_subroutine)
+                        scopes.insert(scopes.begin(), child);
+                    parent = child;
+                    deeper = dwarf_child(&parent, &child) == 0;
+                } else {
+                    deeper = dwarf_siblingof(&child, &child) == 0;
+                }
+            }
+            scopes.push_back(function);
+            break;
+        }
+        return scopes;
+    }
+
     Dwfl* m_dwfl = nullptr;
     Dwfl_Module* m_module = nullptr; // null when the file was not found or is no ELF file
     bool m_isExecutable = false;
     Dwarf_Addr m_start = 0;
     bool m_symbolsRead = false;
     std::unordered_map<std::string, Dwarf_Addr> m_addressByName;
+    std::map<Dwarf_Off, std::vector<Dwarf_Die>> m_functionsByUnit;
 };
 
 std::string formatFrame(const Frame& frame, int number)
