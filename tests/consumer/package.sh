@@ -36,7 +36,7 @@ has "$rc" /usr/bin/demangle_backtrace runtime
 lacks "$rc" libmodel runtime
 lacks "$rc" '/include/\|\.so$\|cmake\|pkgconfig' runtime
 rdeps=$(field "$runtime" Depends)
-for d in libqt5core5a libqt5xml5 libstdc++6 libc6; do
+for d in libqt5core5a libqt5xml5 libdw1 libstdc++6 libc6; do
   grep -q "\b$d\b" <<<"$rdeps" || { echo "runtime Depends lacks $d: $rdeps"; exit 1; }
 done
 lacks "$rdeps" 'binutils\|model' "runtime Depends"
