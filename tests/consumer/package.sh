@@ -18,7 +18,7 @@ dev=$(ls "$work"/out/libvfcrosscutting-dev_*.deb)
 field() { dpkg-deb -f "$1" "$2"; }
 contents() { dpkg-deb -c "$1" | awk '{print $6}' | sed 's|^\./|/|'; }
 has() { grep -qx "$2" <<<"$1" || { echo "$3 lacks $2"; exit 1; }; }
-lacks() { ! grep -q "$2" <<<"$1" || { echo "$3 holds $2"; exit 1; }; }
+lacks() { ! grep -qi "$2" <<<"$1" || { echo "$3 holds $2"; exit 1; }; }
 
 # Names and versions as Debian has them: package name from the SONAME, version with revision.
 version=$(field "$runtime" Version)
@@ -40,7 +40,7 @@ for d in libqt5core5a libqt5xml5 libdw1 libstdc++6 libc6; do
   grep -q "\b$d\b" <<<"$rdeps" || { echo "runtime Depends lacks $d: $rdeps"; exit 1; }
 done
 lacks "$rdeps" 'binutils\|model' "runtime Depends"
-dpkg-deb --ctrl-tarfile "$runtime" | tar -t | grep -q shlibs
+has "$(dpkg-deb --ctrl-tarfile "$runtime" | tar -t)" ./shlibs "runtime control"
 
 # The development package: headers, the .so link, the CMake package and the .pc; it depends on
 # exactly this runtime package and on Qt's development package.
@@ -65,8 +65,9 @@ export LD_LIBRARY_PATH=$model${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
 cmake -S "$src/tests/consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$root/usr" \
   -DVF_MODEL_LIBRARY="$model/libmodel.so.1" >/dev/null
 cmake --build "$work/build" >/dev/null
-ldd "$work/build/consumer" | grep -q "libVfCrosscutting.so.1 => $root$lib/" \
-  || { ldd "$work/build/consumer"; exit 1; }
+# Read whole before matching: grep -q on the pipe could end ldd early, which pipefail counts.
+loaded=$(ldd "$work/build/consumer")
+grep -q "libVfCrosscutting.so.1 => $root$lib/" <<<"$loaded" || { echo "$loaded"; exit 1; }
 "$work/build/consumer"
 
 export PKG_CONFIG_PATH="$root$lib/pkgconfig"
