@@ -111,7 +111,7 @@ void tst_LogFaults::writerRecoversFromWriteErrors()
         QVERIFY(QFile::link(QStringLiteral("/dev/full"), log));
     else
         QVERIFY(QDir().mkpath(log));
-    VfFileWriter writer(QDir(directory), QStringLiteral("f.log"), VfDisplayable::ShortForm, true, 256 * 1024,
+    VfFileWriter writer(QDir(directory), QStringLiteral("f.log"), VfDisplayable::ShortForm, true, 128 * 1024,
                         QSharedPointer<VfErrorRateHandler>(), nullptr);
 
     // 2 MB of text while the writer cannot write: what it cannot write must not pile up in memory.
@@ -121,15 +121,20 @@ void tst_LogFaults::writerRecoversFromWriteErrors()
     const qint64 heapGrowth = qint64(mallinfo2().uordblks) - qint64(heapBefore);
     QVERIFY2(heapGrowth < 512 * 1024, qPrintable(QStringLiteral("heap grew by %1 bytes").arg(heapGrowth)));
     // The text that fitted before the disk filled stays: no rotation moves an empty file over it.
+    const qint64 kept = QFileInfo(log).size() + QFileInfo(log + ".bak").size();
     if (fault == "full")
-        QVERIFY(QFileInfo(log).size() + QFileInfo(log + ".bak").size() > 60000);
+        QVERIFY2(kept > 60000, qPrintable(QStringLiteral("%1 bytes kept").arg(kept)));
 
     if (fault == "full")
         QCOMPARE(::mount(nullptr, qPrintable(directory), nullptr, MS_REMOUNT, "size=64m"), 0);
     else
         QVERIFY(fault == "devfull" ? QFile::remove(log) : QDir(log).removeRecursively());
-    const QByteArray landed = writeEntries(writer, 10000, 100, 100, 400);
-    QVERIFY2(readFile(log).endsWith(landed), "the entries after recovery are not all in the file");
+    const QByteArray written = writeEntries(writer, 10000, 100, 100, 400);
+    const QByteArray text = readFile(log);
+    int landed = 0;
+    for (const QByteArray& record : written.split('\n'))
+        landed += !record.isEmpty() && text.contains(record + '\n') ? 1 : 0;
+    QCOMPARE(landed, 100);
     if (fault == "full")
         ::umount2(qPrintable(directory), MNT_DETACH);
 }
