@@ -8,6 +8,9 @@
 #include <QTextCodec>
 
 #include <cerrno>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -43,9 +46,22 @@ public:
             const int start = m_text.size();
             m_text.resize(start + length);
             char* out = m_text.data() + start;
+            const ushort* in = reinterpret_cast<const ushort*>(characters);
             int done = 0;
-            while (done < length && characters[done].unicode() < 0x80) {
-                out[done] = static_cast<char>(characters[done].unicode());
+#ifdef __SSE2__
+            // Sixteen characters at a time while they are all ASCII.
+            const __m128i nonAscii = _mm_set1_epi16(static_cast<short>(0xff80));
+            for (; done + 16 <= length; done += 16) {
+                const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + done));
+                const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + done + 8));
+                const __m128i beyond = _mm_and_si128(_mm_or_si128(low, high), nonAscii);
+                if (_mm_movemask_epi8(_mm_cmpeq_epi16(beyond, _mm_setzero_si128())) != 0xffff)
+                    break;
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(out + done), _mm_packus_epi16(low, high));
+            }
+#endif
+            while (done < length && in[done] < 0x80) {
+                out[done] = static_cast<char>(in[done]);
                 ++done;
             }
             m_text.resize(start + done);
