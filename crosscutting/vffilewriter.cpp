@@ -28,14 +28,15 @@ const int s_writeChunkBytes = 256 * 1024;
 class RecordBuffer
 {
 public:
-    explicit RecordBuffer(QTextCodec* codec)
+    RecordBuffer(QTextCodec* codec, int records)
         : m_codec(codec)
         // Most records are ASCII text, which UTF-8 and Latin-1 store byte for byte.
         , m_asciiAsIs(codec == nullptr || codec->mibEnum() == 106 || codec->mibEnum() == 4)
     {
         // As the stream writes: no byte order mark.
         m_state.flags |= QTextCodec::IgnoreHeader;
-        m_text.reserve(s_writeChunkBytes + 4096);
+        // Room for a few hundred bytes a record, up to one piece: most flushes then allocate once.
+        m_text.reserve(static_cast<int>(qMin<qint64>(qint64(records) * 512, s_writeChunkBytes + 4096)));
     }
 
     void append(const QString& text)
@@ -236,7 +237,7 @@ void VfFileWriter::flush()
     const QList<QSharedPointer<const VfLogEntry>> queue = m_logQueue;
     m_logQueue = QList<QSharedPointer<const VfLogEntry>>();
 
-    RecordBuffer buffer(m_logStream.codec());
+    RecordBuffer buffer(m_logStream.codec(), queue.size());
     // The size the limit is checked against: the file's bytes at the start, or 0 after a rotation, plus the
     // characters of the records since. QString characters, not bytes, and the separating space is not counted, so
     // a file may pass the limit by those; equality does not rotate.
