@@ -104,6 +104,7 @@ void tst_LogFaults::writerRecoversFromWriteErrors()
     QFETCH(QString, fault);
     const QString directory = QStringLiteral("/etc/tarvion/faults/") + fault;
     const QString log = directory + QStringLiteral("/f.log");
+    QDir(directory).removeRecursively();
     QVERIFY(QDir().mkpath(directory));
     if (fault == "full")
         QCOMPARE(::mount("vffull", qPrintable(directory), "tmpfs", 0, "size=64k"), 0);
