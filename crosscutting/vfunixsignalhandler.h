@@ -55,6 +55,10 @@ private:
 /// failure path. Any thread, in signal context.
 VFCROSSCUTTING_EXPORT void linuxGeneralSignalHandler(unsigned int, sigcontext);
 
+// Once the crash handler runs: parks any other thread for good, and is true on the crashing thread, whose logging
+// is dropped; false at once before a crash.
+VFCROSSCUTTING_EXPORT bool stopForCrashExit();
+
 } // namespace Crosscutting
 
 #endif // VFUNIXSIGNALHANDLER_H
