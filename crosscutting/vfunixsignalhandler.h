@@ -55,8 +55,9 @@ private:
 /// failure path. Any thread, in signal context.
 VFCROSSCUTTING_EXPORT void linuxGeneralSignalHandler(unsigned int, sigcontext);
 
-// Once the crash handler runs: parks any other thread for good, and is true on the crashing thread, whose logging
-// is dropped; false at once before a crash.
+/// Whether the process is ending after a crash. False at once before a crash. Once the crash
+/// handler runs, it is true on the crashing thread, whose logging is then dropped, and any other
+/// thread that calls it is parked for good. Any thread.
 VFCROSSCUTTING_EXPORT bool stopForCrashExit();
 
 } // namespace Crosscutting
