@@ -23,7 +23,9 @@ namespace Crosscutting {
 ///
 /// A record is the context text in the writer's DisplayFormat, one blank and the message; the
 /// writer adds no line end. A file that cannot be made or opened is retried at each use, and what
-/// is written meanwhile is lost: logging never reports its own failures. Every operation may run
+/// is written meanwhile is lost; a write that fails drops what did not land, never half a record,
+/// and a file removed or replaced behind the writer's back is reopened. Logging never reports its
+/// own failures. Every operation may run
 /// on any thread; a recursive mutex with a wait of 120000 ms guards queue, stream and file.
 class VFCROSSCUTTING_EXPORT VfFileWriter : public VfAbstractLogWriter
 {
