@@ -32,9 +32,9 @@ public slots:
 
 signals:
     /// Emitted once for each reported code that the catalogue knows, on the reporting thread.
-    // Fully qualified so that a queued connection finds the type registered by the application.
     /// To receive it queued on another thread, the application registers the type first:
     /// qRegisterMetaType<Crosscutting::VfStatusChangeEvent>().
+    // Fully qualified so that a queued connection finds the type registered by the application.
     void statusChangeOccurred(const Crosscutting::VfStatusChangeEvent& statusChangeEvent);
 };
 
