@@ -51,6 +51,12 @@ has "$dc" "$lib/libVfCrosscutting.so" dev
 has "$dc" "$lib/cmake/VfCrosscutting/VfCrosscuttingConfig.cmake" dev
 has "$dc" "$lib/pkgconfig/VfCrosscutting.pc" dev
 lacks "$dc" 'model\|\.so\.1' dev
+# The build-time tools for an application's own status codes are for development machines only.
+if [ -d "$src/tools/vf_check_status_catalogue" ]; then
+  has "$dc" /usr/bin/vf_check_status_catalogue dev
+  has "$dc" "$lib/cmake/VfCrosscutting/VfStatusCatalogue.cmake" dev
+  lacks "$rc" vf_check_status_catalogue runtime
+fi
 ddeps=$(field "$dev" Depends)
 grep -q "libvfcrosscutting1 (= $version)" <<<"$ddeps" && grep -q qtbase5-dev <<<"$ddeps" \
   || { echo "dev Depends: $ddeps"; exit 1; }
@@ -69,6 +75,13 @@ cmake --build "$work/build" >/dev/null
 loaded=$(ldd "$work/build/consumer")
 grep -q "libVfCrosscutting.so.1 => $root$lib/" <<<"$loaded" || { echo "$loaded"; exit 1; }
 "$work/build/consumer"
+if [ -d "$src/tests/consumer/appcodes" ]; then
+  # An application's own status codes, checked and built in by the packaged checker.
+  cmake -S "$src/tests/consumer/appcodes" -B "$work/pump" -DCMAKE_PREFIX_PATH="$root/usr" \
+    -DVF_MODEL_LIBRARY="$model/libmodel.so.1" >/dev/null
+  cmake --build "$work/pump" >/dev/null
+  "$work/pump/pump"
+fi
 
 export PKG_CONFIG_PATH="$root$lib/pkgconfig"
 g++ -std=c++17 -fPIC "$src/tests/consumer/main.cpp" "$src/tests/consumer/qualified.cpp" -o "$work/consumer-pc" \
