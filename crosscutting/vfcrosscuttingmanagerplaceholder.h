@@ -53,8 +53,8 @@ StatusCode reportStatusFromSite(const char* file, unsigned long long line, const
                                 const Arguments&... arguments)
 {
     VfAbstractStatusReporter* reporter = VfCrosscuttingManagerPlaceholder::instance()->statusReporter();
-    const QString fileName = QFileInfo(QString::fromUtf8(file)).fileName();
-    const QString functionText = QString::fromLatin1(function);
+    const QString fileName = siteFileName(file);
+    const QString functionText = siteFunctionText(function);
     const QStringList additionalInfo{QString(arguments)...};
     return reporter->reportStatus(code, createSourceContext(QString(), fileName, line, functionText, additionalInfo));
 }

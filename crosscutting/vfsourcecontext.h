@@ -42,7 +42,8 @@ public:
 private:
     QString timeText() const;
 
-    QDateTime m_timestamp;
+    qint64 m_msecsSinceEpoch; // the time of construction, UTC
+    int m_offsetFromUtc;      // the local clock's offset from UTC then, in seconds
     QString m_sourceModule;
     QString m_sourceFilename;
     QString m_sourceNamespace;
@@ -63,6 +64,11 @@ VFCROSSCUTTING_EXPORT VfSourceContext& createSourceContext(const QString& source
                                                            unsigned long long lineNumber,
                                                            const QString& functionSignature,
                                                            const QStringList& additionalInfo);
+
+// The texts of a reporting site's literals, converted once per thread: __FILE__ to its file name
+// (as QFileInfo gives it), Q_FUNC_INFO to a QString.
+VFCROSSCUTTING_EXPORT QString siteFileName(const char* file);
+VFCROSSCUTTING_EXPORT QString siteFunctionText(const char* function);
 
 VFCROSSCUTTING_EXPORT QDebug operator<<(QDebug debug, const VfSourceContext& context);
 
