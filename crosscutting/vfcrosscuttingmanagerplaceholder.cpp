@@ -9,6 +9,8 @@
 #include "vfstatusreporter.h"
 #include "vfunixsignalhandler.h"
 
+#include <QAtomicPointer>
+
 #include <csignal>
 #include <cstring>
 
@@ -17,17 +19,30 @@ namespace Crosscutting {
 VfCrosscuttingManagerPlaceholder* VfCrosscuttingManagerPlaceholder::s_instance = nullptr;
 VfRecursiveMutex VfCrosscuttingManagerPlaceholder::s_mutex(120000);
 
+namespace {
+
+// The instance once it is complete, for the callers that only read it: every report takes this
+// path twice, so it takes no lock. s_mutex still orders construction and drop().
+QAtomicPointer<VfCrosscuttingManagerPlaceholder> s_published;
+
+} // namespace
+
 VfCrosscuttingManagerPlaceholder* VfCrosscuttingManagerPlaceholder::instance()
 {
+    if (VfCrosscuttingManagerPlaceholder* published = s_published.loadAcquire())
+        return published;
     VfMutexLocker<VfRecursiveMutex> locker(s_mutex);
-    if (!s_instance)
+    if (!s_instance) {
         s_instance = new VfCrosscuttingManagerPlaceholder();
+        s_published.storeRelease(s_instance);
+    }
     return s_instance;
 }
 
 void VfCrosscuttingManagerPlaceholder::drop()
 {
     VfMutexLocker<VfRecursiveMutex> locker(s_mutex);
+    s_published.storeRelease(nullptr);
     delete s_instance;
     s_instance = nullptr;
 }

@@ -7,6 +7,7 @@
 #include <QRegularExpression>
 #include <QThread>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <limits>
@@ -124,15 +125,19 @@ QChar* putDigits(QChar* out, int value, int width)
     return out + width;
 }
 
-QString formatTime(const WallClock& clock)
+// Appends the time text of a wall-clock time to text.
+void appendTime(QString& text, const WallClock& clock)
 {
     const TimeTextLocale& locale = timeTextLocale();
-    if (!locale.asciiDigits || clock.year < 0)
-        return dateTimeOf(clock, Qt::UTC).toString(timeFormat());
+    if (!locale.asciiDigits || clock.year < 0) {
+        text += dateTimeOf(clock, Qt::UTC).toString(timeFormat());
+        return;
+    }
     const QString& amPm = clock.hour < 12 ? locale.am : locale.pm;
     const int hour12 = clock.hour % 12 == 0 ? 12 : clock.hour % 12;
-    QString text(22 + amPm.size(), Qt::Uninitialized);
-    QChar* out = text.data();
+    const int start = text.size();
+    text.resize(start + 22 + amPm.size());
+    QChar* out = text.data() + start;
     out = putDigits(out, clock.month, 2);
     *out++ = QLatin1Char('-');
     out = putDigits(out, clock.day, 2);
@@ -148,7 +153,22 @@ QString formatTime(const WallClock& clock)
     out = putDigits(out, clock.msec, 3);
     *out++ = QLatin1Char(' ');
     std::copy(amPm.constBegin(), amPm.constEnd(), out);
-    return text;
+}
+
+// Appends a number in base 10, as QString::number gives it.
+void appendNumber(QString& text, unsigned long long value)
+{
+    char digits[20];
+    int count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    const int start = text.size();
+    text.resize(start + count);
+    QChar* out = text.data() + start;
+    while (count > 0)
+        *out++ = QLatin1Char(digits[--count]);
 }
 
 // QFileInfo(path).fileName() without the file system object: the part after the last "/".
@@ -263,7 +283,10 @@ QDateTime VfSourceContext::timestamp() const
 QString VfSourceContext::timeText() const
 {
     // The local time of construction, as timestamp().toString(timeFormat()) gives it.
-    return formatTime(wallClockOf(m_msecsSinceEpoch + qint64(m_offsetFromUtc) * 1000));
+    QString text;
+    text.reserve(30);
+    appendTime(text, wallClockOf(m_msecsSinceEpoch + qint64(m_offsetFromUtc) * 1000));
+    return text;
 }
 
 QString VfSourceContext::toString(DisplayFormat format) const
@@ -274,23 +297,26 @@ QString VfSourceContext::toString(DisplayFormat format) const
     case ShortFormWithTimestamp:
         return formatSingleLineShortFormString(true);
     case SingleLineLongForm: {
-        // The bracketed list of formatSingleLineLongFormString, built in one buffer.
-        const QString time = timeText();
-        const QString line = QString::number(m_sourceLineNumber);
-        const QString* const fields[] = {&time, &m_sourceModule, &m_sourceFilename, &line, &m_sourceThread,
+        // The bracketed list of formatSingleLineLongFormString, built in one buffer: the time, the
+        // module, the file, the line, the thread, the namespace, the class, the function and the
+        // text arguments, with every empty field in its place.
+        const QString* const fields[] = {&m_sourceModule, &m_sourceFilename, nullptr, &m_sourceThread,
                                          &m_sourceNamespace, &m_sourceClass, &m_sourceFunction};
-        int size = 2 + 2 * (8 + m_additionalInfo.size() - 1);
+        int size = 64 + 2 * m_additionalInfo.size();
         for (const QString* field : fields)
-            size += field->size();
+            size += field ? field->size() + 2 : 0;
         for (const QString& info : m_additionalInfo)
             size += info.size();
         QString text;
         text.reserve(size);
         text += QLatin1Char('[');
+        appendTime(text, wallClockOf(m_msecsSinceEpoch + qint64(m_offsetFromUtc) * 1000));
         for (const QString* field : fields) {
-            if (field != fields[0])
-                text += QLatin1String(", ");
-            text += *field;
+            text += QLatin1String(", ");
+            if (field)
+                text += *field;
+            else
+                appendNumber(text, m_sourceLineNumber);
         }
         for (const QString& info : m_additionalInfo) {
             text += QLatin1String(", ");
@@ -329,24 +355,35 @@ QString VfSourceContext::formatSingleLineShortFormString(bool includeTimestamp) 
     // "/" has an empty one, and the split always gives at least one part.
     const int slash = m_sourceFilename.lastIndexOf(QLatin1Char('/'));
     const QString filePart = slash < 0 ? m_sourceFilename : m_sourceFilename.mid(slash + 1);
-    const QString timePrefix = includeTimestamp ? timeText() + QLatin1Char(' ') : QString();
-    const QString line = QString::number(m_sourceLineNumber);
     const bool withModule = !m_sourceModule.isEmpty();
-    // The bracket is filled by successive QString::arg calls, so a "%" in a filled part could be
-    // taken for a place marker by the next call. Only then does the text go through them.
-    if (filePart.contains(QLatin1Char('%')) || (withModule && m_sourceModule.contains(QLatin1Char('%')))
-        || timePrefix.contains(QLatin1Char('%'))) {
+    // The bracket has always been filled by successive QString::arg calls, which take a "%" in a
+    // filled part for a place marker of the next call. Only such parts still go through them.
+    if (filePart.contains(QLatin1Char('%')) || (withModule && m_sourceModule.contains(QLatin1Char('%')))) {
+        const QString line = QString::number(m_sourceLineNumber);
+        const QString timePrefix = includeTimestamp ? timeText() + QLatin1Char(' ') : QString();
         if (withModule)
             return QStringLiteral("[%4%1:%2:%3]").arg(filePart).arg(line).arg(m_sourceModule).arg(timePrefix);
         return QStringLiteral("[%3%1:%2]").arg(filePart).arg(line).arg(timePrefix);
     }
     QString text;
-    text.reserve(4 + timePrefix.size() + filePart.size() + line.size() + m_sourceModule.size());
+    text.reserve(64 + filePart.size() + m_sourceModule.size());
     text += QLatin1Char('[');
-    text += timePrefix;
+    if (includeTimestamp) {
+        const int start = text.size();
+        appendTime(text, wallClockOf(m_msecsSinceEpoch + qint64(m_offsetFromUtc) * 1000));
+        // A "%" in the time text (a locale's AM or PM text) is a place marker to the calls above.
+        if (text.indexOf(QLatin1Char('%'), start) >= 0) {
+            const QString timePrefix = timeText() + QLatin1Char(' ');
+            const QString line = QString::number(m_sourceLineNumber);
+            if (withModule)
+                return QStringLiteral("[%4%1:%2:%3]").arg(filePart).arg(line).arg(m_sourceModule).arg(timePrefix);
+            return QStringLiteral("[%3%1:%2]").arg(filePart).arg(line).arg(timePrefix);
+        }
+        text += QLatin1Char(' ');
+    }
     text += filePart;
     text += QLatin1Char(':');
-    text += line;
+    appendNumber(text, m_sourceLineNumber);
     if (withModule) {
         text += QLatin1Char(':');
         text += m_sourceModule;

@@ -50,11 +50,12 @@ bool VfStdOutWriter::writeToLog(QSharedPointer<const VfLogEntry> logEntry)
     const std::function<bool(MessageSource, char const*)> handler =
         VfCrosscuttingManagerPlaceholder::instance()->logManager()->ignoreHandler();
     const MessageSource source = sourceForLogEntry(logEntry);
-    const QByteArray handlerText = logEntry->message().trimmed().toLatin1();
+    // The handler sees the message trimmed, in Latin-1; the trim is a view, so only the bytes are made.
+    const QString message = logEntry->message();
+    const QByteArray handlerText = message.midRef(0).trimmed().toLatin1();
     if (handler(source, handlerText.constData()))
         return true;
     // No line end added: the message carries its own.
-    const QString message = logEntry->message();
     QString line = logEntry->sourceContext()->toString(VfSourceContext::ShortForm);
     line.reserve(line.size() + 1 + message.size());
     line += QLatin1Char(' ');
