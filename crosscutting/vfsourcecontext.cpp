@@ -180,51 +180,9 @@ QString fileNameOf(const QString& path)
     return slash < 0 ? path : path.mid(slash + 1);
 }
 
-// What the signature expression makes of one function signature.
-struct ParsedSignature {
-    QString sourceNamespace;
-    QString sourceClass;
-    QString sourceFunction;
-    QString module; // the module for a context that names none
-};
-
-ParsedSignature parseSignature(const QString& functionSignature)
-{
-    // Compiled once per process: this runs for every new signature on every thread.
-    static const QRegularExpression signatureExpression(QStringLiteral(
-        "(?<returnType>.+)\\s(?|(?<namespace>\\w+)::(?<class>\\w+)::|(?<namespace>)(?<class>\\w+)::|)(?<function>\\w+\\(.*\\))"));
-
-    const QRegularExpressionMatch match = signatureExpression.match(functionSignature);
-    const QString function = match.captured(QStringLiteral("function"));
-    ParsedSignature parsed;
-    parsed.sourceNamespace = match.captured(QStringLiteral("namespace"));
-    parsed.sourceClass = match.captured(QStringLiteral("class"));
-    if (function.isNull())
-        parsed.sourceFunction = QStringLiteral("Unavailable: %1").arg(functionSignature);
-    else
-        parsed.sourceFunction = QStringLiteral("%1 %2").arg(match.captured(QStringLiteral("returnType"))).arg(function);
-    parsed.module = parsed.sourceClass.startsWith(QLatin1String("Vf"), Qt::CaseSensitive)
-        ? QStringLiteral("Velmar Framework")
-        : QStringLiteral("Velmar Application");
-    return parsed;
-}
-
-// Signatures come from a fixed set of sites, so each thread takes each apart once. The bound is
-// for callers that pass texts of their own, such as gdb backtraces.
+// Texts come from a fixed set of sites, so each thread works each out once. The bound is for
+// callers that pass texts of their own, such as gdb backtraces.
 const int kMaxCachedTexts = 4096;
-
-const ParsedSignature& cachedSignature(const QString& functionSignature)
-{
-    thread_local QHash<QString, ParsedSignature> cache;
-    const auto found = cache.constFind(functionSignature);
-    if (found != cache.constEnd())
-        return *found;
-    if (cache.size() >= kMaxCachedTexts)
-        cache.clear();
-    // A deep copy as the key: the caller's text may be raw data that changes later.
-    return *cache.insert(QString(functionSignature.constData(), functionSignature.size()),
-                         parseSignature(functionSignature));
-}
 
 // A reporting site's literal, converted once per thread; the stored copy guards against another
 // literal at the same address after a library was unloaded.
@@ -243,17 +201,105 @@ QString cachedSiteText(QHash<const char*, QPair<QByteArray, QString>>& cache, co
 
 } // namespace
 
+// Makes the contexts of createSourceContext, from texts that each thread works out once per site.
+class VfSourceContextFactory
+{
+public:
+    static VfSourceContext& create(const QString& sourceModule, const QString& sourceFile,
+                                   unsigned long long lineNumber, const QString& functionSignature,
+                                   const QStringList& additionalInfo);
+
+private:
+    // What the signature expression makes of one function signature.
+    struct ParsedSignature {
+        QString sourceNamespace;
+        QString sourceClass;
+        QString sourceFunction;
+        QString module; // the module for a context that names none
+        // The texts of the last context made with this signature, for the next one of the same site.
+        QString lastSourceFile;
+        QExplicitlySharedDataPointer<const VfSourceContext::SiteTexts> lastSite;
+    };
+
+    static ParsedSignature parseSignature(const QString& functionSignature)
+    {
+        // Compiled once per process: this runs for every new signature on every thread.
+        static const QRegularExpression signatureExpression(QStringLiteral(
+            "(?<returnType>.+)\\s(?|(?<namespace>\\w+)::(?<class>\\w+)::|(?<namespace>)(?<class>\\w+)::|)(?<function>\\w+\\(.*\\))"));
+
+        const QRegularExpressionMatch match = signatureExpression.match(functionSignature);
+        const QString function = match.captured(QStringLiteral("function"));
+        ParsedSignature parsed;
+        parsed.sourceNamespace = match.captured(QStringLiteral("namespace"));
+        parsed.sourceClass = match.captured(QStringLiteral("class"));
+        if (function.isNull())
+            parsed.sourceFunction = QStringLiteral("Unavailable: %1").arg(functionSignature);
+        else
+            parsed.sourceFunction = QStringLiteral("%1 %2").arg(match.captured(QStringLiteral("returnType"))).arg(function);
+        parsed.module = parsed.sourceClass.startsWith(QLatin1String("Vf"), Qt::CaseSensitive)
+            ? QStringLiteral("Velmar Framework")
+            : QStringLiteral("Velmar Application");
+        return parsed;
+    }
+
+    static ParsedSignature& cachedSignature(const QString& functionSignature)
+    {
+        thread_local QHash<QString, ParsedSignature> cache;
+        const auto found = cache.find(functionSignature);
+        if (found != cache.end())
+            return *found;
+        if (cache.size() >= kMaxCachedTexts)
+            cache.clear();
+        // A deep copy as the key: the caller's text may be raw data that changes later.
+        return *cache.insert(QString(functionSignature.constData(), functionSignature.size()),
+                             parseSignature(functionSignature));
+    }
+};
+
+VfSourceContext& VfSourceContextFactory::create(const QString& sourceModule, const QString& sourceFile,
+                                                unsigned long long lineNumber, const QString& functionSignature,
+                                                const QStringList& additionalInfo)
+{
+    ParsedSignature& parsed = cachedSignature(functionSignature);
+    const QString& module = sourceModule.isEmpty() ? parsed.module : sourceModule;
+    if (!parsed.lastSite || parsed.lastSite->sourceModule != module || parsed.lastSourceFile != sourceFile) {
+        auto* site = new VfSourceContext::SiteTexts;
+        site->sourceModule = module;
+        site->sourceFilename = fileNameOf(sourceFile);
+        site->sourceNamespace = parsed.sourceNamespace;
+        site->sourceClass = parsed.sourceClass;
+        site->sourceFunction = parsed.sourceFunction;
+        parsed.lastSite = QExplicitlySharedDataPointer<const VfSourceContext::SiteTexts>(site);
+        parsed.lastSourceFile = QString(sourceFile.constData(), sourceFile.size()); // a deep copy, as the key
+    }
+    return *new VfSourceContext(parsed.lastSite, lineNumber, QThread::currentThread()->objectName(), additionalInfo);
+}
+
 VfSourceContext::VfSourceContext(const QString& sourceModule, const QString& sourceFilename,
                                  const QString& sourceNamespace, const QString& sourceClass,
                                  const QString& sourceFunction, unsigned long long sourceLineNumber,
                                  QString sourceThread, const QStringList& additionalInfo)
     : m_msecsSinceEpoch(QDateTime::currentMSecsSinceEpoch())
     , m_offsetFromUtc(localOffsetAt(m_msecsSinceEpoch))
-    , m_sourceModule(sourceModule)
-    , m_sourceFilename(sourceFilename)
-    , m_sourceNamespace(sourceNamespace)
-    , m_sourceClass(sourceClass)
-    , m_sourceFunction(sourceFunction)
+    , m_sourceLineNumber(sourceLineNumber)
+    , m_sourceThread(std::move(sourceThread))
+    , m_additionalInfo(additionalInfo)
+{
+    SiteTexts* site = new SiteTexts;
+    site->sourceModule = sourceModule;
+    site->sourceFilename = sourceFilename;
+    site->sourceNamespace = sourceNamespace;
+    site->sourceClass = sourceClass;
+    site->sourceFunction = sourceFunction;
+    m_site = QExplicitlySharedDataPointer<const SiteTexts>(site);
+}
+
+VfSourceContext::VfSourceContext(const QExplicitlySharedDataPointer<const SiteTexts>& site,
+                                 unsigned long long sourceLineNumber, QString sourceThread,
+                                 const QStringList& additionalInfo)
+    : m_msecsSinceEpoch(QDateTime::currentMSecsSinceEpoch())
+    , m_offsetFromUtc(localOffsetAt(m_msecsSinceEpoch))
+    , m_site(site)
     , m_sourceLineNumber(sourceLineNumber)
     , m_sourceThread(std::move(sourceThread))
     , m_additionalInfo(additionalInfo)
@@ -262,11 +308,11 @@ VfSourceContext::VfSourceContext(const QString& sourceModule, const QString& sou
 
 VfSourceContext::~VfSourceContext() = default;
 
-QString VfSourceContext::sourceModule() const { return m_sourceModule; }
-QString VfSourceContext::sourceFilename() const { return m_sourceFilename; }
-QString VfSourceContext::sourceNamespace() const { return m_sourceNamespace; }
-QString VfSourceContext::sourceClass() const { return m_sourceClass; }
-QString VfSourceContext::sourceFunction() const { return m_sourceFunction; }
+QString VfSourceContext::sourceModule() const { return m_site->sourceModule; }
+QString VfSourceContext::sourceFilename() const { return m_site->sourceFilename; }
+QString VfSourceContext::sourceNamespace() const { return m_site->sourceNamespace; }
+QString VfSourceContext::sourceClass() const { return m_site->sourceClass; }
+QString VfSourceContext::sourceFunction() const { return m_site->sourceFunction; }
 QString VfSourceContext::sourceThread() const { return m_sourceThread; }
 unsigned long long VfSourceContext::sourceLineNumber() const { return m_sourceLineNumber; }
 QStringList VfSourceContext::additionalInfo() const { return m_additionalInfo; }
@@ -300,8 +346,9 @@ QString VfSourceContext::toString(DisplayFormat format) const
         // The bracketed list of formatSingleLineLongFormString, built in one buffer: the time, the
         // module, the file, the line, the thread, the namespace, the class, the function and the
         // text arguments, with every empty field in its place.
-        const QString* const fields[] = {&m_sourceModule, &m_sourceFilename, nullptr, &m_sourceThread,
-                                         &m_sourceNamespace, &m_sourceClass, &m_sourceFunction};
+        const SiteTexts& site = *m_site;
+        const QString* const fields[] = {&site.sourceModule, &site.sourceFilename, nullptr, &m_sourceThread,
+                                         &site.sourceNamespace, &site.sourceClass, &site.sourceFunction};
         int size = 64 + 2 * m_additionalInfo.size();
         for (const QString* field : fields)
             size += field ? field->size() + 2 : 0;
@@ -351,22 +398,24 @@ QString VfSourceContext::toString(DisplayFormat format) const
 
 QString VfSourceContext::formatSingleLineShortFormString(bool includeTimestamp) const
 {
+    const QString& fileName = m_site->sourceFilename;
+    const QString& module = m_site->sourceModule;
     // The file part is what follows the last "/": the split keeps empty parts, so a name ending in
     // "/" has an empty one, and the split always gives at least one part.
-    const int slash = m_sourceFilename.lastIndexOf(QLatin1Char('/'));
-    const QString filePart = slash < 0 ? m_sourceFilename : m_sourceFilename.mid(slash + 1);
-    const bool withModule = !m_sourceModule.isEmpty();
+    const int slash = fileName.lastIndexOf(QLatin1Char('/'));
+    const QString filePart = slash < 0 ? fileName : fileName.mid(slash + 1);
+    const bool withModule = !module.isEmpty();
     // The bracket has always been filled by successive QString::arg calls, which take a "%" in a
     // filled part for a place marker of the next call. Only such parts still go through them.
-    if (filePart.contains(QLatin1Char('%')) || (withModule && m_sourceModule.contains(QLatin1Char('%')))) {
+    if (filePart.contains(QLatin1Char('%')) || (withModule && module.contains(QLatin1Char('%')))) {
         const QString line = QString::number(m_sourceLineNumber);
         const QString timePrefix = includeTimestamp ? timeText() + QLatin1Char(' ') : QString();
         if (withModule)
-            return QStringLiteral("[%4%1:%2:%3]").arg(filePart).arg(line).arg(m_sourceModule).arg(timePrefix);
+            return QStringLiteral("[%4%1:%2:%3]").arg(filePart).arg(line).arg(module).arg(timePrefix);
         return QStringLiteral("[%3%1:%2]").arg(filePart).arg(line).arg(timePrefix);
     }
     QString text;
-    text.reserve(64 + filePart.size() + m_sourceModule.size());
+    text.reserve(64 + filePart.size() + module.size());
     text += QLatin1Char('[');
     if (includeTimestamp) {
         const int start = text.size();
@@ -376,7 +425,7 @@ QString VfSourceContext::formatSingleLineShortFormString(bool includeTimestamp) 
             const QString timePrefix = timeText() + QLatin1Char(' ');
             const QString line = QString::number(m_sourceLineNumber);
             if (withModule)
-                return QStringLiteral("[%4%1:%2:%3]").arg(filePart).arg(line).arg(m_sourceModule).arg(timePrefix);
+                return QStringLiteral("[%4%1:%2:%3]").arg(filePart).arg(line).arg(module).arg(timePrefix);
             return QStringLiteral("[%3%1:%2]").arg(filePart).arg(line).arg(timePrefix);
         }
         text += QLatin1Char(' ');
@@ -386,7 +435,7 @@ QString VfSourceContext::formatSingleLineShortFormString(bool includeTimestamp) 
     appendNumber(text, m_sourceLineNumber);
     if (withModule) {
         text += QLatin1Char(':');
-        text += m_sourceModule;
+        text += module;
     }
     text += QLatin1Char(']');
     return text;
@@ -396,10 +445,7 @@ VfSourceContext& createSourceContext(const QString& sourceModule, const QString&
                                      unsigned long long lineNumber, const QString& functionSignature,
                                      const QStringList& additionalInfo)
 {
-    const ParsedSignature& parsed = cachedSignature(functionSignature);
-    return *new VfSourceContext(sourceModule.isEmpty() ? parsed.module : sourceModule, fileNameOf(sourceFile),
-                                parsed.sourceNamespace, parsed.sourceClass, parsed.sourceFunction, lineNumber,
-                                QThread::currentThread()->objectName(), additionalInfo);
+    return VfSourceContextFactory::create(sourceModule, sourceFile, lineNumber, functionSignature, additionalInfo);
 }
 
 QString siteFileName(const char* file)

@@ -6,6 +6,8 @@
 
 #include <QDateTime>
 #include <QDebug>
+#include <QExplicitlySharedDataPointer>
+#include <QSharedData>
 #include <QString>
 #include <QStringList>
 
@@ -40,15 +42,26 @@ public:
     QDateTime timestamp() const;
 
 private:
+    friend class VfSourceContextFactory;
+
+    // The texts that all contexts made at one reporting site share, held once.
+    struct SiteTexts : QSharedData {
+        QString sourceModule;
+        QString sourceFilename;
+        QString sourceNamespace;
+        QString sourceClass;
+        QString sourceFunction;
+    };
+
+    // A context of a site whose texts are already made.
+    VfSourceContext(const QExplicitlySharedDataPointer<const SiteTexts>& site, unsigned long long sourceLineNumber,
+                    QString sourceThread, const QStringList& additionalInfo);
+
     QString timeText() const;
 
     qint64 m_msecsSinceEpoch; // the time of construction, UTC
     int m_offsetFromUtc;      // the local clock's offset from UTC then, in seconds
-    QString m_sourceModule;
-    QString m_sourceFilename;
-    QString m_sourceNamespace;
-    QString m_sourceClass;
-    QString m_sourceFunction;
+    QExplicitlySharedDataPointer<const SiteTexts> m_site;
     unsigned long long m_sourceLineNumber;
     QString m_sourceThread;
     QStringList m_additionalInfo;

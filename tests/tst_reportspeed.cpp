@@ -1,6 +1,7 @@
 // What the report road keeps so that it need not work everything out again: the local clock's
 // offset, the texts of reporting sites, and a bracket built without QString::arg. Each must give
 // what working it out afresh gives.
+#include "vflogentry.h"
 #include "vfsourcecontext.h"
 
 #include <QtTest>
@@ -18,6 +19,8 @@ private slots:
     void siteTextFollowsContent();
     void shortFormWithMarkers_data();
     void shortFormWithMarkers();
+    void messageKeepsEveryCharacter_data();
+    void messageKeepsEveryCharacter();
     void cleanupTestCase();
 
 private:
@@ -97,6 +100,28 @@ void tst_ReportSpeed::shortFormWithMarkers()
     QFETCH(QString, expected);
     const VfSourceContext context(module, file, "Ns", "VfC", "void f()", 7, "T", {});
     QCOMPARE(context.toString(VfSourceContext::ShortForm), expected);
+}
+
+void tst_ReportSpeed::messageKeepsEveryCharacter_data()
+{
+    // A queued entry keeps Latin-1 text in one byte a character, and any other text as it came.
+    QTest::addColumn<QString>("message");
+    QTest::newRow("null") << QString();
+    QTest::newRow("empty") << QString("");
+    QTest::newRow("Latin-1") << QString::fromUtf8("Gr\xc3\xbc\xc3\x9f" "e\n");
+    QTest::newRow("beyond Latin-1") << QString::fromUtf8("\xe2\x9c\x93 \xe6\xbc\xa2\n");
+    QTest::newRow("zero character") << QString::fromLatin1("a\0b", 3);
+    QTest::newRow("lone surrogate") << QString(QChar(0xd800)) + "x";
+}
+
+void tst_ReportSpeed::messageKeepsEveryCharacter()
+{
+    QFETCH(QString, message);
+    const QSharedPointer<VfSourceContext> context(&createSourceContext(QString(), "f.cpp", 1, "void f()", {}));
+    const VfLogEntry entry(context, VfStaticStatusInfo::VfStatusSeverity::Notification, message);
+    QCOMPARE(entry.message(), message);
+    QCOMPARE(entry.message().isNull(), message.isNull());
+    QCOMPARE(entry.message().size(), message.size());
 }
 
 void tst_ReportSpeed::cleanupTestCase()
