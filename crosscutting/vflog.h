@@ -13,7 +13,7 @@
 
 namespace Crosscutting {
 
-// One logical log: an on/off switch and a namespace filter that decide whether an entry exists (Part 4.1).
+// One logical log: an on/off switch and a namespace filter that decide whether an entry exists.
 class VFCROSSCUTTING_EXPORT VfLog : public QObject
 {
     Q_OBJECT

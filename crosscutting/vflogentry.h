@@ -12,7 +12,7 @@
 
 namespace Crosscutting {
 
-// One immutable log record: context, severity and message (Part 4.1). Travels as QSharedPointer<const VfLogEntry>.
+// One immutable log record: context, severity and message. Travels as QSharedPointer<const VfLogEntry>.
 class VFCROSSCUTTING_EXPORT VfLogEntry
 {
 public:

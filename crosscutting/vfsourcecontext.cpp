@@ -88,10 +88,10 @@ WallClock wallClockOf(qint64 msecs)
     return clock;
 }
 
-QDateTime dateTimeOf(const WallClock& clock, Qt::TimeSpec spec)
+QDateTime dateTimeOf(const WallClock& clock, Qt::TimeSpec timeSpec)
 {
     return QDateTime(QDate(clock.year, clock.month, clock.day), QTime(clock.hour, clock.minute, clock.second, clock.msec),
-                     spec);
+                     timeSpec);
 }
 
 // What QDateTime::toString makes of the time format in the system locale, learnt once from Qt

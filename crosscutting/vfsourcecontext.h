@@ -13,7 +13,7 @@
 
 namespace Crosscutting {
 
-// Immutable record of where and when a report or log entry was made (Parts 3.1, 3.2).
+// Immutable record of where and when a report or log entry was made.
 class VFCROSSCUTTING_EXPORT VfSourceContext : private VfDisplayable
 {
 public:
@@ -67,11 +67,11 @@ private:
     QStringList m_additionalInfo;
 };
 
-// Thread names shared by the whole code base (Part 3.1); the library itself reads neither.
+// Thread names shared by the whole code base; the library itself reads neither.
 VFCROSSCUTTING_EXPORT extern const QString MainThread;
 VFCROSSCUTTING_EXPORT extern const QString TaskProcessor;
 
-// A new context on the heap, from what the compiler knows at a reporting site (Part 3.1);
+// A new context on the heap, from what the compiler knows at a reporting site;
 // ownership passes to reportStatus.
 VFCROSSCUTTING_EXPORT VfSourceContext& createSourceContext(const QString& sourceModule, const QString& sourceFile,
                                                            unsigned long long lineNumber,
@@ -86,7 +86,7 @@ VFCROSSCUTTING_EXPORT QString siteFunctionText(const char* function);
 VFCROSSCUTTING_EXPORT QDebug operator<<(QDebug debug, const VfSourceContext& context);
 
 // A new context, owned by the caller, from one frame line of a gdb backtrace, or null for a line
-// that is no frame line (Part 3.3).
+// that is no frame line.
 VFCROSSCUTTING_EXPORT VfSourceContext* createSourceContextFromGdbBacktrace(const QString& backtraceLine);
 
 } // namespace Crosscutting

@@ -11,9 +11,9 @@
 
 namespace Crosscutting {
 
-// One catalogue record: title, description, severity and category of a status (Part 2.2).
+// One catalogue record: title, description, severity and category of a status.
 // VfDisplayable is a private base written without an access specifier, which moc takes for public:
-// so the meta-cast answers to "VfDisplayable" too, as Part 2.2 requires.
+// so the meta-cast answers to "VfDisplayable" too, as callers that cast to it rely on.
 class VFCROSSCUTTING_EXPORT VfStaticStatusInfo : public QObject, VfDisplayable
 {
     Q_OBJECT
