@@ -31,7 +31,8 @@ class VFCROSSCUTTING_EXPORT VfCrosscuttingManagerPlaceholder
 {
 public:
     /// The one instance, made on first use; never null. Creation runs under a recursive mutex with
-    /// a wait of 120000 ms, so two threads that race for the first call get the same object. Any thread.
+    /// a wait of 120000 ms, so two threads that race for the first call get the same object; once
+    /// made, the instance is read without a lock. Any thread.
     static VfCrosscuttingManagerPlaceholder* instance();
     /// Destroys the instance, if there is one: identity, platform information, log manager (which
     /// flushes every log) and status reporter, in that order. A later instance() starts afresh, and
@@ -77,8 +78,8 @@ StatusCode reportStatusFromSite(const char* file, unsigned long long line, const
                                 const Arguments&... arguments)
 {
     VfAbstractStatusReporter* reporter = VfCrosscuttingManagerPlaceholder::instance()->statusReporter();
-    const QString fileName = QFileInfo(QString::fromUtf8(file)).fileName();
-    const QString functionText = QString::fromLatin1(function);
+    const QString fileName = siteFileName(file);
+    const QString functionText = siteFunctionText(function);
     const QStringList additionalInfo{QString(arguments)...};
     return reporter->reportStatus(code, createSourceContext(QString(), fileName, line, functionText, additionalInfo));
 }

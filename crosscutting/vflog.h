@@ -52,6 +52,7 @@ signals:
 private:
     bool m_enabled;
     QRegularExpression m_namespaceFilter;
+    bool m_filterMatchesEverything; // the filter is the default one, which needs no match to pass
 
     static const QRegularExpression s_defaultNamespaceFilter;
 };

@@ -5,6 +5,7 @@
 #include "vfsourcecontext.h"
 #include "vfstaticstatusinfo.h"
 
+#include <QByteArray>
 #include <QMetaType>
 #include <QSharedPointer>
 #include <QString>
@@ -33,7 +34,8 @@ public:
 private:
     QSharedPointer<VfSourceContext> m_sourceContext;
     VfStaticStatusInfo::VfStatusSeverity m_severity;
-    QString m_message;
+    bool m_latin1;    // m_message holds Latin-1, one byte a character, rather than UTF-16
+    QByteArray m_message; // an entry waits in a writer's queue until the flush: kept small
 };
 
 } // namespace Crosscutting

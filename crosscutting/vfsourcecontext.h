@@ -9,6 +9,8 @@
 
 #include <QDateTime>
 #include <QDebug>
+#include <QExplicitlySharedDataPointer>
+#include <QSharedData>
 #include <QString>
 #include <QStringList>
 
@@ -67,14 +69,26 @@ public:
     QDateTime timestamp() const;
 
 private:
+    friend class VfSourceContextFactory;
+
+    // The texts that all contexts made at one reporting site share, held once.
+    struct SiteTexts : QSharedData {
+        QString sourceModule;
+        QString sourceFilename;
+        QString sourceNamespace;
+        QString sourceClass;
+        QString sourceFunction;
+    };
+
+    // A context of a site whose texts are already made.
+    VfSourceContext(const QExplicitlySharedDataPointer<const SiteTexts>& site, unsigned long long sourceLineNumber,
+                    QString sourceThread, const QStringList& additionalInfo);
+
     QString timeText() const;
 
-    QDateTime m_timestamp;
-    QString m_sourceModule;
-    QString m_sourceFilename;
-    QString m_sourceNamespace;
-    QString m_sourceClass;
-    QString m_sourceFunction;
+    qint64 m_msecsSinceEpoch; // the time of construction, UTC
+    int m_offsetFromUtc;      // the local clock's offset from UTC then, in seconds
+    QExplicitlySharedDataPointer<const SiteTexts> m_site;
     unsigned long long m_sourceLineNumber;
     QString m_sourceThread;
     QStringList m_additionalInfo;
@@ -94,6 +108,13 @@ VFCROSSCUTTING_EXPORT VfSourceContext& createSourceContext(const QString& source
                                                            unsigned long long lineNumber,
                                                            const QString& functionSignature,
                                                            const QStringList& additionalInfo);
+
+/// The file name of a reporting site's __FILE__, as QFileInfo gives it, converted once per
+/// thread and site. Cannot fail; any thread. REPORT_STATUS calls it.
+VFCROSSCUTTING_EXPORT QString siteFileName(const char* file);
+/// A reporting site's Q_FUNC_INFO as a QString, converted once per thread and site. Cannot fail;
+/// any thread. REPORT_STATUS calls it.
+VFCROSSCUTTING_EXPORT QString siteFunctionText(const char* function);
 
 /// Streams the MultiLineLongForm text of context. Any thread.
 VFCROSSCUTTING_EXPORT QDebug operator<<(QDebug debug, const VfSourceContext& context);

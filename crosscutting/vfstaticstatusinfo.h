@@ -7,6 +7,8 @@
 #include <QObject>
 #include <QString>
 
+#include <atomic>
+
 namespace Crosscutting {
 
 /// One catalogue record: title, description, severity and category of a status.
@@ -14,7 +16,7 @@ namespace Crosscutting {
 /// Immutable once made, so any thread may read it. The status reporter makes a new record for
 /// each reported event, with the description filled with the report's arguments.
 // VfDisplayable is a private base written without an access specifier, which moc takes for public:
-// so the meta-cast answers to "VfDisplayable" too, as the catalogue's readers expect.
+// so the meta-cast answers to "VfDisplayable" too, as callers that cast to it rely on.
 class VFCROSSCUTTING_EXPORT VfStaticStatusInfo : public QObject, VfDisplayable
 {
     Q_OBJECT
@@ -67,10 +69,15 @@ public:
     QString toString(DisplayFormat format) const override;
 
 private:
+    friend class VfStatusReporter;
+    // The number of place markers ("%" and one or two digits) in the description, counted once.
+    int markerCount() const;
+
     QString m_title;
     QString m_description;
     VfStatusSeverity m_severity;
     VfStatusCategory m_category;
+    mutable std::atomic<int> m_markerCount; // -1 until counted
 };
 
 } // namespace Crosscutting
