@@ -22,6 +22,11 @@ public slots:
     // Takes ownership of sourceContext, which must come from new (createSourceContext).
     virtual StatusCode reportStatus(StatusCode statusCode, Crosscutting::VfSourceContext& sourceContext) = 0;
 
+public:
+    /// Adds an application's own status codes, so that REPORT_STATUS knows them (VfStatusReporter).
+    virtual StatusCode loadApplicationStatusCodes(const QString& path, const QMetaObject& enumOwner,
+                                                  const char* enumName) = 0;
+
 signals:
     // Fully qualified so that a queued connection finds the type registered by the application.
     void statusChangeOccurred(const Crosscutting::VfStatusChangeEvent& statusChangeEvent);
