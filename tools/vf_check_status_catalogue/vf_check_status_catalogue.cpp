@@ -159,7 +159,7 @@ int main(int argc, char** argv)
         recordOfName.insert(name, recordOfName.value(name, i + 1));
     }
     for (const QString& name : names) {
-        if (!recordOfName.contains(name) && !withoutRecord.contains(name))
+        if (document.isArray() && !recordOfName.contains(name) && !withoutRecord.contains(name))
             problem(cataloguePath, QStringLiteral("no record for the enumerator \"%1\" of %2 in %3").arg(name, enumText, headerPath));
     }
 
