@@ -69,6 +69,8 @@ void tst_InstrumentDemo::runLeavesItsRecordsInBothLogs()
     const int commandFailed = velmar.indexOf("[Command Failed, The command 'selftest --full' failed with an error code of '%2'., NonCriticalError, Internal]");
     QVERIFY(argCount > 0);
     QVERIFY(commandFailed > argCount);
+    // A code of the demo's own catalogue, in the same form as the library's.
+    QVERIFY(velmar.contains(", StatusCode measure(double), 104.5, T1] [Sensor overrange, The reading 104.5 of sensor 'T1' lies outside its measuring range., Warning, External]"));
     // The unknown code.
     QVERIFY(velmar.contains("unrecognized status code (4242)"));
     // Qt messages through the bridge.
