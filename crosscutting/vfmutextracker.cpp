@@ -31,7 +31,7 @@ unsigned int VfMutexTracker::getMutexId()
 void VfMutexTracker::unsetMutexId(unsigned int id)
 {
     QMutexLocker locker(&m_trackerMutex);
-    // Part 5.3: the value is not examined; a double release hands the id out twice.
+    // The value is not examined: a double release hands the id out twice.
     m_freeIds.push_back(id);
 }
 

@@ -9,7 +9,7 @@ namespace Crosscutting {
 
 namespace {
 
-// Part 6.2: placeholders %1 name as given, %2 capitalised name, %3 extension, %4 prefix.
+// Placeholders: %1 the name as given, %2 the capitalised name, %3 the extension, %4 the prefix.
 const QStringList s_frontendFilePatterns = {
     QStringLiteral("lib/%4%2Proxy.%3"),
     QStringLiteral("lib/%4%2Frontend.%3"),
@@ -26,7 +26,8 @@ VfPlatformInfo::VfPlatformInfo(QObject* parent)
     : QObject(parent)
 {
     QDir directory(QCoreApplication::applicationDirPath());
-    // Part 6.1: the results are not looked at; a failed cd("demo") leaves the parent as the root.
+    // The results are not looked at: without a "demo" directory, which is the normal case, the
+    // failed cd leaves the parent as the root.
     directory.cdUp();
     directory.cd(QStringLiteral("demo"));
     m_rootApplicationPath = directory.path() + QLatin1Char('/');
@@ -75,7 +76,8 @@ QString VfPlatformInfo::settingsRootPath()
 
 QString VfPlatformInfo::applicationSettingsPath(const QString& applicationName)
 {
-    // Part 6.1: no separator before "settings/" on purpose (spa gives .../spasettings/).
+    // Deliberately no separator before "settings/" (spa gives .../spasettings/): instruments
+    // already keep each application's settings there.
     return settingsRootPath() + applicationName.toLower() + QStringLiteral("settings/");
 }
 
@@ -96,7 +98,8 @@ bool VfPlatformInfo::isIdentityFileIODisabled()
 
 QStringList VfPlatformInfo::dynamicLibraryPaths()
 {
-    // Empty parts are kept: an unset variable yields one empty entry, kept on purpose (Part 6.1).
+    // Empty parts are kept on purpose: an unset variable yields one empty entry, and existing
+    // callers rely on the list as it stands.
 #if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
     const auto keepEmptyParts = Qt::KeepEmptyParts;
 #else
@@ -144,7 +147,8 @@ QStringList VfPlatformInfo::applicationRequiredFiles(const QString& applicationN
     QStringList files;
     const QStringList patterns = requiredFilePatterns(withApplicationDirectory, which);
     for (QString pattern : patterns) {
-        // Plain substitution in sequence (Part 6.2): text brought in by %1 or %2 is substituted again.
+        // Plain substitution in sequence, not QString::arg: text brought in by %1 or %2 is
+        // substituted again.
         pattern.replace(QStringLiteral("%1"), applicationName, Qt::CaseSensitive);
         pattern.replace(QStringLiteral("%2"), capitalisedName, Qt::CaseSensitive);
         pattern.replace(QStringLiteral("%3"), extension, Qt::CaseSensitive);

@@ -13,7 +13,7 @@ VfRecursiveMutex::VfRecursiveMutex(unsigned int timeoutMs)
 bool VfRecursiveMutex::lock()
 {
     // Never an unbounded QMutex::lock(). The wait goes to Qt bit for bit: above INT_MAX it turns
-    // negative, which Qt reads as no limit (Part 5.1).
+    // negative, which Qt reads as no limit.
     return m_mutex.tryLock(static_cast<int>(m_timeout));
 }
 

@@ -16,8 +16,8 @@ VfStatusSeverityFileWriter::VfStatusSeverityFileWriter(QDir const& logDirectory,
 
 VfStatusSeverityFileWriter::~VfStatusSeverityFileWriter()
 {
-    // Part 4.6: kept as specified: a separate walk for CriticalError (not m_flushSeverity) before the base
-    // destructor's unconditional flush.
+    // Deliberately a separate walk for CriticalError (not m_flushSeverity), although the base
+    // destructor's unconditional flush follows: on a clean shutdown it changes nothing.
     for (int index = 0; index < m_logQueue.size(); ++index) {
         if (m_logQueue.at(index)->severity() == VfStaticStatusInfo::VfStatusSeverity::CriticalError) {
             flush();
@@ -33,7 +33,7 @@ bool VfStatusSeverityFileWriter::isTimedSaveEnabled() const
 
 void VfStatusSeverityFileWriter::addToLogQueue(QSharedPointer<const VfLogEntry> logEntry)
 {
-    // Part 4.6: a capacity of 0 is not supported (removeFirst on an empty ring).
+    // A capacity of 0 is not supported: removeFirst on an empty ring.
     if (static_cast<quint32>(m_logQueue.size()) == m_maxQueuedEntries)
         m_logQueue.removeFirst();
     m_logQueue.append(logEntry);

