@@ -81,10 +81,6 @@ void tst_AppStatusCodes::load_data()
                               << "record 2 (\"SensorOverrange\"): its title is missing or not a string." << QByteArray();
     QTest::newRow("no enumerator") << "[" + lost + "," + record("FileNotFound") + "]" << e << StatusCode(VfStatusCodes::ConfigurationDataInvalid)
                                    << "record 2 (\"FileNotFound\"): \"FileNotFound\" is no enumerator of TestCodes::TestCode." << QByteArray();
-    QTest::newRow("severity") << "[" + lost + "," + record("SensorOverrange", "%1", "Severe") + "]" << e
-                              << StatusCode(VfStatusCodes::ConfigurationDataInvalid) << "\"Severe\" is no severity." << QByteArray();
-    QTest::newRow("category") << "[" + lost + "," + record("SensorOverrange", "%1", "Warning", "Outside") + "]" << e
-                              << StatusCode(VfStatusCodes::ConfigurationDataInvalid) << "\"Outside\" is no category." << QByteArray();
     QTest::newRow("markers") << "[" + lost + "," + record("SensorOverrange", "%1 and %3") + "]" << e
                              << StatusCode(VfStatusCodes::ConfigurationDataInvalid)
                              << "its description has the place markers %1, %3, not %1 to %n each once." << QByteArray();
@@ -184,7 +180,6 @@ void tst_AppStatusCodes::checker_data()
     QTest::newRow("unpublished") << good << unpublished << e << 1
                                  << "codes.h: does not publish enum TestCode with Q_ENUM or Q_ENUM_NS";
     QTest::newRow("no enum") << good << header << "TestCodes::Other" << 1 << "codes.h: declares no enum Other";
-    QTest::newRow("no owner") << good << header << "Other::TestCode" << 1 << "codes.h: declares no class, struct or namespace Other";
 }
 
 void tst_AppStatusCodes::checker()
