@@ -1,6 +1,8 @@
 // vf_check_status_catalogue: checks an application's status catalogue against the C++ enumeration
-// of its codes, before the two are built into a program, so that what loadApplicationStatusCodes
-// would refuse at start-up, and what it cannot see (an enumerator without a record), fails the build.
+// of its codes before the two are built into a program, so that a record that
+// loadApplicationStatusCodes would refuse at start-up, and what it cannot see (an enumerator
+// without a record), fails the build instead. Values are left to the load: the header is read as
+// text, and an enumerator's value may be any constant expression.
 
 #include <vfstatusreporter.h>
 
