@@ -47,7 +47,7 @@ public:
 
     /// Why record cannot be a catalogue record, its name aside: it is no object, a member is missing
     /// or no string, the severity or category is none of VfStaticStatusInfo's, or the description's
-    /// place markers are not `%1` to `%n`, each once. Empty when it can be. Any thread.
+    /// place markers are not numbered from `%1` up without a gap, each once. Empty when it can be. Any thread.
     static QString checkStatusRecord(const QJsonValue& record);
 
 private:
