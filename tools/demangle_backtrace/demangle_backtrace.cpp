@@ -1,14 +1,13 @@
 // demangle_backtrace RAW OUT: turns the frames that backtrace_symbols_fd wrote into numbered lines
 // with demangled function names and, where the module has debug information, source lines.
-// It is run by the crash handler (Part 7.1) on "/etc/tarvion/logs/backTrace" (Part 7.2), so it
-// must cope with any input: what it cannot understand it copies, what it cannot resolve it keeps.
+// The crash handler runs it on "/etc/tarvion/logs/backTrace" and waits for it, so it must cope
+// with any input: what it cannot understand it copies, what it cannot resolve it keeps. It reads
+// the modules itself through elfutils, since an instrument image usually has no binutils.
 
 #include <cxxabi.h>
-#include <elf.h>
-#include <fcntl.h>
+#include <dwarf.h>
+#include <elfutils/libdwfl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -20,6 +19,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -45,16 +45,18 @@ const char usageText[] =
     "\n"
     "    Each address is resolved against the load base of its module: an offset written as\n"
     "    (+0xOFF) is already relative to it; for (symbol+0xOFF) the symbol's address is taken\n"
-    "    from the module's symbol tables (nm -D, then nm) and the offset added; a bare runtime\n"
-    "    address is used only for a module that is not position independent (ELF type EXEC).\n"
-    "    The result is looked up with addr2line -f -C -i. Since every frame that backtrace(3)\n"
-    "    records is a return address, the address looked up is one less, so that the line shown\n"
-    "    is that of the call; the exception is a frame interrupted by a signal (the frame after\n"
-    "    the kernel's signal return trampoline), whose address is the faulting instruction.\n"
+    "    from the module's symbol table and the offset added; a bare runtime address is used\n"
+    "    only for a module that is not position independent (ELF type EXEC). Since every frame\n"
+    "    that backtrace(3) records is a return address, the address looked up is one less, so\n"
+    "    that the line shown is that of the call; the exception is a frame interrupted by a\n"
+    "    signal (the frame after the kernel's signal return trampoline), whose address is the\n"
+    "    faulting instruction.\n"
     "\n"
     "    A module named without a slash is searched for on PATH; a relative path is taken from\n"
-    "    the current directory. nm and addr2line are found on PATH; without them names that\n"
-    "    RAW holds are still demangled, and nothing else is resolved.\n"
+    "    the current directory. Modules are read in this process with elfutils (libdw); no\n"
+    "    other program is run. Debug information is taken from the module itself or, by its\n"
+    "    build ID or debug link, from /usr/lib/debug. A module without it still names its\n"
+    "    functions from its symbol table; a module that cannot be found keeps its raw text.\n"
     "\n"
     "    OUT is created or truncated; \"-\" writes to standard output. RAW is only read.\n"
     "\n"
@@ -94,37 +96,11 @@ struct Frame
     unsigned long long runtimeAddress = 0;
 
     bool hasModuleAddress = false;
-    unsigned long long moduleAddress = 0; // relative to the load base (absolute for ELF EXEC)
+    Dwarf_Addr moduleAddress = 0; // in the module's own session, see Module
     bool isTrampoline = false;
     bool isReturnAddress = true;
     std::string function; // for display, with its offset
     std::vector<Location> locations;
-};
-
-struct Symbol
-{
-    unsigned long long address = 0;
-    unsigned long long size = 0;
-    bool isCode = false;
-    std::string name;
-};
-
-struct Segment
-{
-    unsigned long long address = 0;
-    unsigned long long fileOffset = 0;
-    unsigned long long fileSize = 0;
-};
-
-struct Module
-{
-    std::string path; // empty when the file was not found
-    bool elfRead = false;
-    bool isExecutable = false; // ELF type EXEC: runtime addresses are module addresses
-    std::vector<Segment> segments;
-    bool symbolsRead = false;
-    std::vector<Symbol> symbols; // dynamic symbols first, then the full table
-    std::unordered_map<std::string, unsigned long long> addressByName;
 };
 
 bool parseHex(const std::string& text, unsigned long long& value)
@@ -155,15 +131,11 @@ std::string toHex(unsigned long long value)
     return text;
 }
 
-std::string demangle(const std::string& name)
+std::string demangle(const char* name)
 {
     int status = -1;
-    char* text = abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status);
-    if (status != 0 || text == nullptr) {
-        std::free(text);
-        return name;
-    }
-    std::string result(text);
+    char* text = abi::__cxa_demangle(name, nullptr, nullptr, &status);
+    std::string result(status == 0 && text != nullptr ? text : name);
     std::free(text);
     return result;
 }
@@ -211,61 +183,6 @@ bool parseFrame(const std::string& line, Frame& frame)
     return true;
 }
 
-// Runs a program found on PATH and gives its standard output; standard error is dropped.
-std::string capture(const std::vector<std::string>& arguments)
-{
-    std::string output;
-    int fds[2];
-    if (pipe(fds) != 0)
-        return output;
-    const pid_t pid = fork();
-    if (pid < 0) {
-        close(fds[0]);
-        close(fds[1]);
-        return output;
-    }
-    if (pid == 0) {
-        const int null = open("/dev/null", O_RDWR);
-        if (null >= 0) {
-            dup2(null, STDIN_FILENO);
-            dup2(null, STDERR_FILENO);
-        }
-        dup2(fds[1], STDOUT_FILENO);
-        close(fds[0]);
-        close(fds[1]);
-        std::vector<char*> argv;
-        for (const std::string& argument : arguments)
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
-    close(fds[1]);
-    char buffer[65536];
-    for (;;) {
-        const ssize_t got = read(fds[0], buffer, sizeof(buffer));
-        if (got > 0)
-            output.append(buffer, size_t(got));
-        else if (got == 0 || errno != EINTR)
-            break;
-    }
-    close(fds[0]);
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    return output;
-}
-
-std::vector<std::string> splitLines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    std::string line;
-    while (std::getline(stream, line))
-        lines.push_back(line);
-    return lines;
-}
-
 std::string findModuleFile(const std::string& name)
 {
     if (name.empty())
@@ -284,184 +201,228 @@ std::string findModuleFile(const std::string& name)
     return std::string();
 }
 
-template <typename Ehdr, typename Phdr>
-void readProgramHeaders(int fd, Module& module)
+// "file:line" as a crash report shows it. A relative file is taken from the compilation's
+// directory, and "." and "dir/.." are taken out of the path, which a build through a compiler
+// cache leaves in it. Line 0 means that the line table does not know the line.
+std::string placeText(const char* directory, const char* file, unsigned long long line)
 {
-    Ehdr header;
-    if (pread(fd, &header, sizeof(header), 0) != ssize_t(sizeof(header)))
-        return;
-    module.isExecutable = header.e_type == ET_EXEC;
-    if (header.e_phentsize != sizeof(Phdr))
-        return;
-    for (unsigned i = 0; i < header.e_phnum; ++i) {
-        Phdr programHeader;
-        if (pread(fd, &programHeader, sizeof(programHeader), off_t(header.e_phoff + i * sizeof(Phdr)))
-            != ssize_t(sizeof(programHeader)))
+    std::string path = file[0] != '/' && directory != nullptr ? std::string(directory) + "/" + file : file;
+    const bool absolute = path[0] == '/';
+    std::vector<std::string> parts;
+    std::istringstream input(path);
+    for (std::string part; std::getline(input, part, '/');) {
+        if (part == ".." && !parts.empty() && parts.back() != "..")
+            parts.pop_back();
+        else if (!part.empty() && part != ".")
+            parts.push_back(part);
+    }
+    std::string text = absolute ? "/" : "";
+    for (size_t i = 0; i < parts.size(); ++i)
+        text += (i == 0 ? "" : "/") + parts[i];
+    return text + ":" + (line == 0 ? std::string("?") : std::to_string(line));
+}
+
+// Demangled linkage name of a function's scope, or its plain name (C, main).
+std::string functionName(Dwarf_Die* scope)
+{
+    Dwarf_Attribute attribute;
+    for (const int name : {DW_AT_linkage_name, DW_AT_MIPS_linkage_name, DW_AT_name}) {
+        if (const char* text = dwarf_formstring(dwarf_attr_integrate(scope, name, &attribute)))
+            return demangle(text);
+    }
+    return "??";
+}
+
+char* debugInfoPath = nullptr; // the default: beside the module, then /usr/lib/debug
+const Dwfl_Callbacks callbacks = {dwfl_build_id_find_elf, dwfl_standard_find_debuginfo, dwfl_offline_section_address,
+                                  &debugInfoPath};
+
+// One libdwfl session for each module, which places the module at 0: an address in it is then
+// an offset from the module's load base, as RAW writes it, or for an ELF EXEC file the runtime
+// address itself.
+class Module
+{
+public:
+    explicit Module(const std::string& path)
+    {
+        if (path.empty() || (m_dwfl = dwfl_begin(&callbacks)) == nullptr)
             return;
-        if (programHeader.p_type == PT_LOAD)
-            module.segments.push_back({programHeader.p_vaddr, programHeader.p_offset, programHeader.p_filesz});
+        dwfl_report_begin(m_dwfl);
+        m_module = dwfl_report_elf(m_dwfl, path.c_str(), path.c_str(), -1, 0, false);
+        dwfl_report_end(m_dwfl, nullptr, nullptr);
+        GElf_Addr bias = 0;
+        Elf* elf = m_module != nullptr ? dwfl_module_getelf(m_module, &bias) : nullptr;
+        GElf_Ehdr header;
+        if (elf == nullptr || gelf_getehdr(elf, &header) == nullptr) {
+            m_module = nullptr;
+            return;
+        }
+        m_isExecutable = header.e_type == ET_EXEC;
+        dwfl_module_info(m_module, nullptr, &m_start, nullptr, nullptr, nullptr, nullptr, nullptr);
     }
-}
+    ~Module() { dwfl_end(m_dwfl); }
+    Module(const Module&) = delete;
+    Module& operator=(const Module&) = delete;
 
-void readElf(Module& module)
-{
-    if (module.elfRead)
-        return;
-    module.elfRead = true;
-    const int fd = open(module.path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return;
-    unsigned char ident[EI_NIDENT];
-    if (pread(fd, ident, sizeof(ident), 0) == ssize_t(sizeof(ident)) && std::memcmp(ident, ELFMAG, SELFMAG) == 0) {
-        if (ident[EI_CLASS] == ELFCLASS64)
-            readProgramHeaders<Elf64_Ehdr, Elf64_Phdr>(fd, module);
-        else if (ident[EI_CLASS] == ELFCLASS32)
-            readProgramHeaders<Elf32_Ehdr, Elf32_Phdr>(fd, module);
-    }
-    close(fd);
-}
+    bool isValid() const { return m_module != nullptr; }
+    bool isExecutable() const { return m_isExecutable; }
+    Dwarf_Addr start() const { return m_start; }
 
-bool readCode(Module& module, unsigned long long address, unsigned char* bytes, size_t count)
-{
-    readElf(module);
-    for (const Segment& segment : module.segments) {
-        if (address < segment.address || address + count > segment.address + segment.fileSize)
-            continue;
-        const int fd = open(module.path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0)
-            return false;
-        const bool ok = pread(fd, bytes, count, off_t(segment.fileOffset + (address - segment.address)))
-                        == ssize_t(count);
-        close(fd);
-        return ok;
-    }
-    return false;
-}
-
-// The kernel returns from a signal handler through a trampoline of the C library; the frame
-// recorded after it is the interrupted instruction, not a return address.
-bool isSignalTrampoline(Module& module, unsigned long long address)
-{
-    static const std::vector<std::vector<unsigned char>> patterns = {
-        {0x48, 0xc7, 0xc0, 0x0f, 0x00, 0x00, 0x00, 0x0f, 0x05}, // x86-64: mov $15,%rax; syscall
-        {0xb8, 0xad, 0x00, 0x00, 0x00, 0xcd, 0x80},             // i386: mov $173,%eax; int $0x80
-        {0x58, 0xb8, 0x77, 0x00, 0x00, 0x00, 0xcd, 0x80},       // i386: pop; mov $119,%eax; int $0x80
-        {0x68, 0x11, 0x80, 0xd2, 0x01, 0x00, 0x00, 0xd4},       // aarch64: mov x8,#139; svc #0
-        {0xad, 0x70, 0xa0, 0xe3, 0x00, 0x00, 0x00, 0xef},       // arm: mov r7,#173; svc #0
-    };
-    if (module.path.empty())
-        return false;
-    unsigned char code[9];
-    for (const std::vector<unsigned char>& pattern : patterns) {
-        if (readCode(module, address, code, pattern.size()) && std::equal(pattern.begin(), pattern.end(), code))
-            return true;
-    }
-    return false;
-}
-
-void readSymbols(Module& module)
-{
-    if (module.symbolsRead)
-        return;
-    module.symbolsRead = true;
-    if (module.path.empty())
-        return;
-    // The dynamic table first: it is what backtrace_symbols names, and its names are unique.
-    for (const char* table : {"-D", ""}) {
-        std::vector<std::string> arguments = {"nm", "--defined-only", "-S"};
-        if (*table != '\0')
-            arguments.push_back(table);
-        arguments.push_back("--");
-        arguments.push_back(module.path);
-        for (const std::string& line : splitLines(capture(arguments))) {
-            std::istringstream fields(line);
-            std::vector<std::string> tokens;
-            std::string token;
-            while (fields >> token)
-                tokens.push_back(token);
-            Symbol symbol;
-            std::string type;
-            if (tokens.size() == 4) {
-                type = tokens[2];
-                symbol.name = tokens[3];
-                if (!parseHex("0x" + tokens[1], symbol.size))
+    bool symbolAddress(const std::string& name, Dwarf_Addr& address)
+    {
+        if (!m_symbolsRead) {
+            m_symbolsRead = true;
+            const int count = dwfl_module_getsymtab(m_module);
+            for (int i = 0; i < count; ++i) {
+                GElf_Sym symbol;
+                GElf_Addr value = 0;
+                GElf_Word section = SHN_UNDEF;
+                const char* text = dwfl_module_getsym_info(m_module, i, &symbol, &value, &section, nullptr, nullptr);
+                if (text == nullptr || section == SHN_UNDEF)
                     continue;
-            } else if (tokens.size() == 3) {
-                type = tokens[1];
-                symbol.name = tokens[2];
-            } else {
-                continue;
+                std::string key(text);
+                const size_t version = key.find('@');
+                if (version != std::string::npos && version > 0)
+                    key.erase(version);
+                // backtrace_symbols names global symbols only: a local one of the same name from
+                // another source file must not take the place of the global one.
+                if (GELF_ST_BIND(symbol.st_info) == STB_LOCAL)
+                    m_addressByName.emplace(key, value);
+                else
+                    m_addressByName[key] = value;
             }
-            if (!parseHex("0x" + tokens[0], symbol.address) || type.size() != 1)
-                continue;
-            const size_t version = symbol.name.find('@');
-            if (version != std::string::npos && version > 0)
-                symbol.name.erase(version);
-            symbol.isCode = std::strchr("TtWwi", type[0]) != nullptr;
-            module.addressByName.emplace(symbol.name, symbol.address);
-            module.symbols.push_back(symbol);
         }
+        const auto it = m_addressByName.find(name);
+        if (it == m_addressByName.end())
+            return false;
+        address = it->second;
+        return true;
     }
-}
 
-const Symbol* containingSymbol(Module& module, unsigned long long address)
-{
-    readSymbols(module);
-    const Symbol* best = nullptr;
-    for (const Symbol& symbol : module.symbols) {
-        if (!symbol.isCode || address < symbol.address || address - symbol.address >= symbol.size)
-            continue;
-        if (best == nullptr || symbol.address > best->address)
-            best = &symbol;
+    // The kernel returns from a signal handler through a trampoline of the C library; the frame
+    // recorded after it is the interrupted instruction, not a return address.
+    bool isSignalTrampoline(Dwarf_Addr address)
+    {
+        static const std::vector<std::vector<unsigned char>> patterns = {
+            {0x48, 0xc7, 0xc0, 0x0f, 0x00, 0x00, 0x00, 0x0f, 0x05}, // x86-64: mov $15,%rax; syscall
+            {0xb8, 0xad, 0x00, 0x00, 0x00, 0xcd, 0x80},             // i386: mov $173,%eax; int $0x80
+            {0x58, 0xb8, 0x77, 0x00, 0x00, 0x00, 0xcd, 0x80},       // i386: pop; mov $119,%eax; int $0x80
+            {0x68, 0x11, 0x80, 0xd2, 0x01, 0x00, 0x00, 0xd4},       // aarch64: mov x8,#139; svc #0
+            {0xad, 0x70, 0xa0, 0xe3, 0x00, 0x00, 0x00, 0xef},       // arm: mov r7,#173; svc #0
+        };
+        Dwarf_Addr offset = address;
+        Dwarf_Addr bias = 0;
+        Elf_Scn* section = dwfl_module_address_section(m_module, &offset, &bias);
+        const Elf_Data* data = section != nullptr ? elf_getdata(section, nullptr) : nullptr;
+        if (data == nullptr || data->d_buf == nullptr)
+            return false;
+        const unsigned char* code = static_cast<const unsigned char*>(data->d_buf);
+        for (const std::vector<unsigned char>& pattern : patterns) {
+            if (offset + pattern.size() <= data->d_size && std::equal(pattern.begin(), pattern.end(), code + offset))
+                return true;
+        }
+        return false;
     }
-    return best;
-}
 
-bool isUnknownPlace(const std::string& place)
-{
-    return place.empty() || place.compare(0, 3, "??:") == 0 || place.size() < 3;
-}
+    // The function of the symbol table around address, with the offset of frameAddress in it.
+    std::string symbolName(Dwarf_Addr address, Dwarf_Addr frameAddress)
+    {
+        GElf_Off offset = 0;
+        GElf_Sym symbol;
+        const char* name = dwfl_module_addrinfo(m_module, address, &offset, &symbol, nullptr, nullptr, nullptr);
+        return name != nullptr ? demangle(name) + "+" + toHex(frameAddress - (address - offset)) : std::string();
+    }
 
-// addr2line -a prints each address before its function/place pairs, which delimits them.
-void locate(Module& module, const std::vector<Frame*>& frames, const std::vector<unsigned long long>& addresses)
-{
-    const size_t chunk = 256;
-    for (size_t first = 0; first < frames.size(); first += chunk) {
-        const size_t last = std::min(frames.size(), first + chunk);
-        std::vector<std::string> arguments = {"addr2line", "-a", "-f", "-C", "-i", "-e", module.path};
-        for (size_t i = first; i < last; ++i)
-            arguments.push_back(toHex(addresses[i]));
-        const std::vector<std::string> lines = splitLines(capture(arguments));
-        size_t index = first;
-        bool started = false;
-        for (size_t i = 0; i < lines.size();) {
-            unsigned long long ignored;
-            if (parseHex(lines[i], ignored)) {
-                if (started)
-                    ++index;
-                started = true;
-                ++i;
+    // The source line of address and the functions there, innermost first: for code inlined into
+    // its caller each next location is the caller and the place of the call in it.
+    std::vector<Location> locate(Dwarf_Addr address)
+    {
+        Dwarf_Addr bias = 0;
+        Dwarf_Die* unit = dwfl_module_addrdie(m_module, address, &bias);
+        Dwarf_Attribute attribute;
+        const char* directory = unit != nullptr ? dwarf_formstring(dwarf_attr(unit, DW_AT_comp_dir, &attribute)) : nullptr;
+        std::string place;
+        int line = 0;
+        const char* file = nullptr;
+        if (Dwfl_Line* row = dwfl_module_getsrc(m_module, address))
+            file = dwfl_lineinfo(row, nullptr, &line, nullptr, nullptr, nullptr);
+        if (file != nullptr)
+            place = placeText(directory, file, static_cast<unsigned>(line));
+
+        std::vector<Location> locations;
+        Dwarf_Files* files = nullptr;
+        size_t fileCount = 0;
+        for (Dwarf_Die& scope : scopesAt(unit, address - bias)) {
+            locations.push_back({functionName(&scope), place});
+            Dwarf_Word callFile = 0;
+            Dwarf_Word callLine = 0;
+            const char* name = nullptr;
+            if (dwarf_formudata(dwarf_attr(&scope, DW_AT_call_file, &attribute), &callFile) == 0
+                && dwarf_formudata(dwarf_attr(&scope, DW_AT_call_line, &attribute), &callLine) == 0
+                && (files != nullptr || dwarf_getsrcfiles(unit, &files, &fileCount) == 0))
+                name = dwarf_filesrc(files, callFile, nullptr, nullptr);
+            place = name != nullptr ? placeText(directory, name, callLine) : std::string();
+        }
+        if (locations.empty() && !place.empty())
+            locations.push_back({"??", place});
+        return locations;
+    }
+
+private:
+    // The function of the unit around pc, preceded by the functions inlined into it there,
+    // innermost first. The functions of a unit are listed once: a walk of its whole tree takes
+    // milliseconds where it holds the declarations of a large framework.
+    std::vector<Dwarf_Die> scopesAt(Dwarf_Die* unit, Dwarf_Addr pc)
+    {
+        std::vector<Dwarf_Die> scopes;
+        if (unit == nullptr)
+            return scopes;
+        auto listed = m_functionsByUnit.find(dwarf_dieoffset(unit));
+        if (listed == m_functionsByUnit.end()) {
+            listed = m_functionsByUnit.emplace(dwarf_dieoffset(unit), std::vector<Dwarf_Die>()).first;
+            dwarf_getfuncs(unit, [](Dwarf_Die* function, void* list) {
+                static_cast<std::vector<Dwarf_Die>*>(list)->push_back(*function);
+                return int(DWARF_CB_OK);
+            }, &listed->second, 0);
+        }
+        for (Dwarf_Die& function : listed->second) {
+            if (dwarf_haspc(&function, pc) <= 0)
                 continue;
+            // Down through the blocks and inlined functions that hold pc.
+            Dwarf_Die parent = function;
+            Dwarf_Die child;
+            bool deeper = dwarf_child(&parent, &child) == 0;
+            while (deeper) {
+                const int tag = dwarf_tag(&child);
+                if ((tag == DW_TAG_lexical_block || tag == DW_TAG_inlined_subroutine) && dwarf_haspc(&child, pc) > 0) {
+                    if (tag == DW_TAG_inlined_subroutine)
+                        scopes.insert(scopes.begin(), child);
+                    parent = child;
+                    deeper = dwarf_child(&parent, &child) == 0;
+                } else {
+                    deeper = dwarf_siblingof(&child, &child) == 0;
+                }
             }
-            if (!started || index >= last || i + 1 >= lines.size())
-                break;
-            Location location;
-            location.function = lines[i];
-            location.place = lines[i + 1];
-            const size_t discriminator = location.place.find(" (discriminator");
-            if (discriminator != std::string::npos)
-                location.place.erase(discriminator);
-            frames[index]->locations.push_back(location);
-            i += 2;
+            scopes.push_back(function);
+            break;
         }
+        return scopes;
     }
-}
+
+    Dwfl* m_dwfl = nullptr;
+    Dwfl_Module* m_module = nullptr; // null when the file was not found or is no ELF file
+    bool m_isExecutable = false;
+    Dwarf_Addr m_start = 0;
+    bool m_symbolsRead = false;
+    std::unordered_map<std::string, Dwarf_Addr> m_addressByName;
+    std::map<Dwarf_Off, std::vector<Dwarf_Die>> m_functionsByUnit;
+};
 
 std::string formatFrame(const Frame& frame, int number)
 {
     std::string line = "#" + std::to_string(number) + " ";
     std::string place;
-    if (!frame.locations.empty() && !isUnknownPlace(frame.locations.front().place))
+    if (!frame.locations.empty())
         place = frame.locations.front().place;
     std::string function = frame.function;
     if (function.empty() && !frame.locations.empty() && frame.locations.back().function != "??")
@@ -475,7 +436,7 @@ std::string formatFrame(const Frame& frame, int number)
         line += " (inlined:";
         for (size_t i = 0; i + 1 < frame.locations.size(); ++i) {
             line += (i == 0 ? " " : "; ") + frame.locations[i].function + " into " + frame.locations[i + 1].function;
-            if (!isUnknownPlace(frame.locations[i + 1].place))
+            if (!frame.locations[i + 1].place.empty())
                 line += " at " + frame.locations[i + 1].place;
         }
         line += ")";
@@ -486,38 +447,32 @@ std::string formatFrame(const Frame& frame, int number)
 void resolve(std::vector<Frame>& frames)
 {
     std::map<std::string, Module> modules;
-    auto moduleOf = [&modules](const Frame& frame) -> Module& {
+    auto moduleOf = [&modules](const Frame& frame) -> Module* {
         auto it = modules.find(frame.module);
-        if (it == modules.end()) {
-            it = modules.emplace(frame.module, Module()).first;
-            it->second.path = findModuleFile(frame.module);
-        }
-        return it->second;
+        if (it == modules.end())
+            it = modules.emplace(std::piecewise_construct, std::forward_as_tuple(frame.module),
+                                 std::forward_as_tuple(findModuleFile(frame.module)))
+                     .first;
+        return it->second.isValid() ? &it->second : nullptr;
     };
 
     // Module addresses.
     for (Frame& frame : frames) {
-        if (!frame.isFrame || frame.module.empty())
-            continue;
-        Module& module = moduleOf(frame);
-        if (module.path.empty())
+        Module* module = frame.isFrame && !frame.module.empty() ? moduleOf(frame) : nullptr;
+        if (module == nullptr)
             continue;
         if (!frame.symbol.empty()) {
-            readSymbols(module);
-            const auto it = module.addressByName.find(frame.symbol);
-            if (it == module.addressByName.end())
+            Dwarf_Addr address = 0;
+            if (!module->symbolAddress(frame.symbol, address))
                 continue;
-            frame.moduleAddress = frame.negativeOffset ? it->second - frame.offset : it->second + frame.offset;
+            frame.moduleAddress = frame.negativeOffset ? address - frame.offset : address + frame.offset;
             frame.hasModuleAddress = true;
         } else if (frame.hasOffset) {
-            frame.moduleAddress = frame.negativeOffset ? 0 - frame.offset : frame.offset;
+            frame.moduleAddress = module->start() + frame.offset;
             frame.hasModuleAddress = !frame.negativeOffset;
-        } else {
-            readElf(module);
-            if (module.isExecutable) {
-                frame.moduleAddress = frame.runtimeAddress;
-                frame.hasModuleAddress = true;
-            }
+        } else if (module->isExecutable()) {
+            frame.moduleAddress = frame.runtimeAddress;
+            frame.hasModuleAddress = true;
         }
     }
 
@@ -526,35 +481,28 @@ void resolve(std::vector<Frame>& frames)
     for (Frame& frame : frames) {
         if (!frame.isFrame)
             continue;
-        frame.isTrampoline = frame.hasModuleAddress && isSignalTrampoline(moduleOf(frame), frame.moduleAddress);
+        frame.isTrampoline = frame.hasModuleAddress && moduleOf(frame)->isSignalTrampoline(frame.moduleAddress);
         if (frame.isTrampoline || (previous != nullptr && previous->isTrampoline))
             frame.isReturnAddress = false;
         previous = &frame;
     }
 
-    // Names and source lines, one addr2line run for each module.
-    std::map<std::string, std::pair<std::vector<Frame*>, std::vector<unsigned long long>>> lookups;
+    // Names and source lines.
     for (Frame& frame : frames) {
         if (!frame.isFrame)
             continue;
         if (!frame.symbol.empty())
-            frame.function = demangle(frame.symbol) + frame.offsetText;
+            frame.function = demangle(frame.symbol.c_str()) + frame.offsetText;
         if (!frame.hasModuleAddress)
             continue;
-        unsigned long long address = frame.moduleAddress;
+        Dwarf_Addr address = frame.moduleAddress;
         if (frame.isReturnAddress && address > 0)
             --address;
-        Module& module = moduleOf(frame);
-        if (frame.function.empty()) {
-            if (const Symbol* symbol = containingSymbol(module, address))
-                frame.function = demangle(symbol->name) + "+" + toHex(frame.moduleAddress - symbol->address);
-        }
-        auto& lookup = lookups[frame.module];
-        lookup.first.push_back(&frame);
-        lookup.second.push_back(address);
+        Module* module = moduleOf(frame);
+        if (frame.function.empty())
+            frame.function = module->symbolName(address, frame.moduleAddress);
+        frame.locations = module->locate(address);
     }
-    for (auto& entry : lookups)
-        locate(modules[entry.first], entry.second.first, entry.second.second);
 }
 
 } // namespace
@@ -599,6 +547,9 @@ int main(int argc, char** argv)
         return 1;
     }
 
+    // The crash handler waits for this program: debug information comes from this machine
+    // only, never over the network.
+    unsetenv("DEBUGINFOD_URLS");
     resolve(frames);
 
     std::ostringstream text;
