@@ -3,6 +3,7 @@
 #include "vfcrosscuttingmanagerplaceholder.h"
 #include "vfmutex.h"
 #include "vfmutexlocker.h"
+#include "vfunixsignalhandler.h"
 
 #include <QFileInfo>
 
@@ -40,6 +41,9 @@ namespace Crosscutting {
 
 void logMessageHandler(QtMsgType type, QMessageLogContext const& context, QString const& message)
 {
+    // Once the crash handler runs, nothing goes further: exit(0) is tearing down what the rest would touch.
+    if (stopForCrashExit())
+        return;
     static VfMutex s_messageHandlerMutex(120000);
     // Qt messages are handled one at a time. VfMutex is not recursive: a message raised inside
     // the handler on the same thread waits out the 120000 ms and goes on without the lock (Part 4.7).

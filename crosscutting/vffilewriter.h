@@ -60,6 +60,12 @@ protected:
     bool m_sizeLimited;
     quint64 m_maxFileSize;
     QSharedPointer<VfErrorRateHandler> m_errorRateHandler;
+
+private:
+    // Reopens the file when its name no longer leads to the open file; the open file's size, or -1 when closed.
+    qint64 reopenIfReplaced();
+    // Moves the live file over the backup and starts an empty one.
+    void rotate();
 };
 
 } // namespace Crosscutting

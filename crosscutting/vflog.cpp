@@ -1,5 +1,7 @@
 #include "vflog.h"
 
+#include "vfunixsignalhandler.h"
+
 namespace Crosscutting {
 
 // Matches every string, the empty one included (Part 4.1).
@@ -45,6 +47,9 @@ void VfLog::resetNamespaceFilter()
 void VfLog::addLogEntry(const QSharedPointer<VfSourceContext>& sourceContext,
                         VfStaticStatusInfo::VfStatusSeverity severity, const QString& message)
 {
+    // Once the crash handler runs, nothing goes further: exit(0) is tearing down what the rest would touch.
+    if (stopForCrashExit())
+        return;
     if (!m_enabled)
         return;
     // The filter sees the namespace only, unanchored (Part 4.1).

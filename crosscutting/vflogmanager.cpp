@@ -4,10 +4,11 @@
 #include "vffilewriter.h"
 #include "vfplatforminfo.h"
 #include "vfstdoutwriter.h"
+#include "vfunixsignalhandler.h"
 
 namespace Crosscutting {
 
-// Ignores nothing (Part 4.2).
+// Ignores nothing: every message reaches standard output until an application registers its own handler.
 const std::function<bool(MessageSource, char const*)> VfLogManager::s_defaultIgnoreHandler =
     [](MessageSource, char const*) { return false; };
 
@@ -32,7 +33,7 @@ VfLogManager::VfLogManager(QObject* parent)
                                       VfDisplayable::ShortFormWithTimestamp, true, maxFileSize,
                                       QSharedPointer<VfErrorRateHandler>(), nullptr));
 
-    // Part 4.2: obtained and never read.
+    // Obtained and never read: nothing of the logs lives in the temporary data root.
     const QDir tempDirectory(VfPlatformInfo::tempDataRootPath());
     Q_UNUSED(tempDirectory)
 
@@ -129,7 +130,8 @@ void VfLogManager::setLogDestination(VfLogType logType, unsigned int destination
     updateWriter(log, logType, StdOutDestination, (destinations & StdOutDestination) != 0);
     updateWriter(log, logType, LogFileDestination, (destinations & LogFileDestination) != 0);
     updateWriter(log, logType, ReservedDestination, (destinations & ReservedDestination) != 0);
-    // Part 4.2: kept as specified: bit 8 is neither set nor cleared here; the constructor connects the event file.
+    // Bit 8 is neither set nor cleared here, deliberately: the event file is connected once, by the constructor,
+    // and no mask given later can take it away.
 }
 
 void VfLogManager::updateWriter(VfLog* log, VfLogType logType, VfLogDestination destination, bool enable)
@@ -138,7 +140,7 @@ void VfLogManager::updateWriter(VfLog* log, VfLogType logType, VfLogDestination 
     const bool connected = (mask & destination) != 0;
     if (connected == enable)
         return;
-    // operator[] on purpose: for ReservedDestination it enters a null writer (Part 4.2).
+    // operator[] on purpose: for ReservedDestination it enters a null writer, which is why that bit stays unused.
     VfAbstractLogWriter* writer = m_writers[destination];
     if (enable) {
         connect(log, &VfLog::logEntryReady, writer, &VfAbstractLogWriter::writeToLog, Qt::DirectConnection);
@@ -207,6 +209,9 @@ std::function<bool(MessageSource, char const*)> VfLogManager::ignoreHandler() co
 
 void VfLogManager::logStatusChange(const VfStatusChangeEvent& statusChangeEvent)
 {
+    // Once the crash handler runs, nothing goes further: exit(0) is tearing down what the rest would touch.
+    if (stopForCrashExit())
+        return;
     const QSharedPointer<VfStaticStatusInfo> statusInfo = statusChangeEvent.statusInfo();
     // The only line end the entry gets.
     const QString text = statusInfo->toString(VfStaticStatusInfo::SingleLineLongForm) + QLatin1Char('\n');
@@ -224,7 +229,7 @@ void VfLogManager::addLogEntry(const QSharedPointer<VfSourceContext>& sourceCont
 void VfLogManager::forceFlushLog(VfLogType logType)
 {
     for (VfAbstractLogWriter* writer : getLogWritersByLog(logType)) {
-        // Part 4.2: kept as specified: a writer with timed saving off is not flushed, despite "force".
+        // A writer with timed saving off is not flushed, despite "force": it decides for itself when to write.
         if (writer->isTimedSaveEnabled())
             writer->flush();
     }
@@ -232,7 +237,7 @@ void VfLogManager::forceFlushLog(VfLogType logType)
 
 void VfLogManager::forceFlushAllLogs()
 {
-    // A writer on two logs is flushed twice; the second finds an empty queue and still syncs (Part 4.4).
+    // A writer on two logs is flushed twice; the second finds an empty queue and still syncs.
     const QList<VfLogType> types = m_logs.keys();
     for (VfLogType logType : types)
         forceFlushLog(logType);

@@ -9,6 +9,8 @@
 #include <QStringList>
 #include <QTextStream>
 
+#include <limits>
+
 namespace Crosscutting {
 
 namespace {
@@ -17,6 +19,18 @@ const QString s_internalAliasName = QStringLiteral("Internal");
 
 const int s_dfTimeoutMs = 10000;
 const qint64 s_dfBlockSize = 1024;
+
+qint64 saturated(qint64 sign)
+{
+    return sign < 0 ? std::numeric_limits<qint64>::min() : std::numeric_limits<qint64>::max();
+}
+
+// blocks * 1024, or the largest qint64 when that does not fit: df of a huge volume must not overflow.
+qint64 blocksToBytes(qint64 blocks)
+{
+    qint64 bytes = 0;
+    return __builtin_mul_overflow(blocks, s_dfBlockSize, &bytes) ? saturated(blocks) : bytes;
+}
 
 } // namespace
 
@@ -53,7 +67,7 @@ const QString& VfStorageInfo::aliasName() const
 QString VfStorageInfo::resolvePath(const QString& relativePath) const
 {
     const QString path = QDir::cleanPath(m_rootPath + QLatin1Char('/') + relativePath);
-    // Part 6.3: kept as specified: a bare prefix test, so a sibling named like the root passes.
+    // A bare prefix test, deliberately: applications rely on it, though a sibling named like the root passes.
     if (path.startsWith(m_rootPath, Qt::CaseSensitive))
         return path;
     return QString();
@@ -64,7 +78,7 @@ void VfStorageInfo::refresh() const
     QProcess process;
     process.start(QStringLiteral("df"), QStringList() << m_rootPath + QLatin1Char('/'), QIODevice::ReadWrite);
     if (!process.waitForFinished(s_dfTimeoutMs)) {
-        // Ended here so that QProcess's destructor has no warning to emit: nothing is logged (Part 6.3).
+        // Ended here so that QProcess's destructor has no warning to emit: a volume's size is never logged.
         if (process.state() != QProcess::NotRunning) {
             process.kill();
             process.waitForFinished();
@@ -82,12 +96,13 @@ void VfStorageInfo::refresh() const
         m_bytesTotal = 0;
         return;
     }
-    // Part 1, the size df prints, is left out on purpose: reserved blocks do not count.
+    // Column 1, the size df prints, is left out on purpose: reserved blocks do not count.
     m_device = parts.at(0);
     const qint64 used = parts.at(2).toLongLong(nullptr, 10);
     const qint64 available = parts.at(3).toLongLong(nullptr, 10);
-    m_bytesTotal = (used + available) * s_dfBlockSize;
-    m_bytesFree = available * s_dfBlockSize;
+    qint64 blocks = 0;
+    m_bytesTotal = __builtin_add_overflow(used, available, &blocks) ? saturated(used) : blocksToBytes(blocks);
+    m_bytesFree = blocksToBytes(available);
 }
 
 qint64 VfStorageInfo::bytesFree() const

@@ -4,12 +4,74 @@
 
 #include <QSocketNotifier>
 
+#include <atomic>
+#include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
 
 namespace Crosscutting {
+
+namespace {
+
+// The kernel id of the thread that runs the crash handler; 0 until a crash.
+std::atomic<pid_t> s_crashingThread{0};
+// Set just before exit(0); from then on a parked thread counts the time that exit takes.
+std::atomic<bool> s_exitRunning{false};
+
+// What a thread that was inside the library when the crash came needs to reach a place where it parks: a report
+// or a routed message takes microseconds, so this is ample, and the crash only ends that much later.
+const long s_graceMilliseconds = 100;
+// How long exit(0) may take before a parked thread ends the process itself, with the same status.
+const long s_exitLimitMilliseconds = 5000;
+const long s_parkSliceMilliseconds = 10;
+
+long monotonicMilliseconds()
+{
+    struct timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+void sleepFor(long milliseconds)
+{
+    struct timespec remaining = {milliseconds / 1000, (milliseconds % 1000) * 1000000L};
+    while (nanosleep(&remaining, &remaining) == -1 && errno == EINTR) {
+    }
+}
+
+// Sleeps until exit(0) on the crashing thread ends the process. A parked thread may hold a lock of the logging
+// roads, which the crashing thread no longer takes (stopForCrashExit is true there); should exit still not end
+// (a destructor or atexit handler of the application waiting for something this thread holds), the process
+// ends here once the limit has passed.
+// Only nanosleep, clock_gettime and _exit: this also runs inside a signal handler.
+[[noreturn]] void park()
+{
+    long exitWaited = 0;
+    for (;;) {
+        sleepFor(s_parkSliceMilliseconds);
+        if (s_exitRunning.load())
+            exitWaited += s_parkSliceMilliseconds;
+        if (exitWaited >= s_exitLimitMilliseconds)
+            _exit(0);
+    }
+}
+
+} // namespace
+
+bool stopForCrashExit()
+{
+    const pid_t crashing = s_crashingThread.load(std::memory_order_relaxed);
+    if (crashing == 0)
+        return false;
+    if (crashing != gettid())
+        park();
+    // The crashing thread itself: what exit's destructors say (a mutex destroyed while a parked thread holds it)
+    // must not wait for that mutex, and the crash writes no log entry anyway.
+    return true;
+}
 
 int VfUnixSignalHandler::m_signalFd[2] = {-1, -1};
 
@@ -30,8 +92,8 @@ VfUnixSignalHandler::VfUnixSignalHandler(QMap<int, std::function<void (int)>> si
     connect(m_notifier, SIGNAL(activated(int)), this, SLOT(handleSignal(int)));
 }
 
-// Part 7.1: restores no disposition and closes no descriptor: a listed signal still reaches
-// signalHandler, whose bytes nobody reads.
+// Restores no disposition and closes no descriptor: a listed signal still reaches signalHandler,
+// whose bytes nobody reads, so the handler stays valid for the life of the process.
 VfUnixSignalHandler::~VfUnixSignalHandler()
 {
     if (m_notifier != nullptr)
@@ -58,10 +120,25 @@ void VfUnixSignalHandler::handleSignal(int)
 
 void linuxGeneralSignalHandler(unsigned int, sigcontext)
 {
+    // From here on, every other thread that enters the library's logging roads parks there, so that none of them
+    // touches what exit's static destructors tear down. A crash on a second thread waits for the first to end.
+    const pid_t self = gettid();
+    pid_t first = 0;
+    if (!s_crashingThread.compare_exchange_strong(first, self) && first != self)
+        park();
+    const long raised = monotonicMilliseconds();
+
     VfUtilities::logBackTraceNoDemangle("/etc/tarvion/logs/backTrace");
     int result = system("demangle_backtrace /etc/tarvion/logs/backTrace /etc/tarvion/logs/backTraceDemangled");
     (void)result;
-    // Part 7.1: kept as specified: a crash ends with exit(0), not _exit and not a re-raise.
+
+    // Threads that were halfway through a report when the crash came finish it or park, within the grace.
+    const long waited = monotonicMilliseconds() - raised;
+    if (waited >= 0 && waited < s_graceMilliseconds)
+        sleepFor(s_graceMilliseconds - waited);
+    s_exitRunning.store(true);
+    // exit(0), not _exit and not a re-raise: atexit handlers and static destructors run, the process reports
+    // success and leaves no core file. Instruments in the field rely on exactly that end.
     exit(0);
 }
 

@@ -38,6 +38,10 @@ private:
 // The crash handler for SIGILL, SIGHUP and SIGFPE, installed as a one-argument handler (Part 7.1).
 VFCROSSCUTTING_EXPORT void linuxGeneralSignalHandler(unsigned int, sigcontext);
 
+// Once the crash handler runs: parks any other thread for good, and is true on the crashing thread, whose logging
+// is dropped; false at once before a crash.
+VFCROSSCUTTING_EXPORT bool stopForCrashExit();
+
 } // namespace Crosscutting
 
 #endif // VFUNIXSIGNALHANDLER_H
