@@ -10,7 +10,7 @@
 
 namespace Crosscutting {
 
-// Interface of the road from a reported code to an emitted status change event (Part 2.3).
+/// Interface of the road from a reported code to an emitted status change event.
 class VFCROSSCUTTING_EXPORT VfAbstractStatusReporter : public QObject
 {
     Q_OBJECT

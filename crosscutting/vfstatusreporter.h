@@ -14,7 +14,11 @@
 
 namespace Crosscutting {
 
-// Turns a code into an event: looks the code up in the catalogue and fills its description (Parts 2.1, 2.3).
+/// Turns a code into an event: looks the code up in the catalogue, fills the record's
+/// description with the report's arguments and emits statusChangeOccurred.
+///
+/// The framework's catalogue is loaded once, by the constructor; an application's codes are
+/// added whole by loadApplicationStatusCodes(). Reporting takes no lock, on any thread.
 class VFCROSSCUTTING_EXPORT VfStatusReporter : public VfAbstractStatusReporter
 {
     Q_OBJECT
