@@ -30,6 +30,12 @@ public slots:
     /// Any thread; the signal is emitted on the calling thread.
     virtual StatusCode reportStatus(StatusCode statusCode, Crosscutting::VfSourceContext& sourceContext) = 0;
 
+public:
+    /// Adds an application's own status codes, so that REPORT_STATUS knows them. Returns 0, or the
+    /// reported failure code, in which case nothing is added. Any thread.
+    virtual StatusCode loadApplicationStatusCodes(const QString& path, const QMetaObject& enumOwner,
+                                                  const char* enumName) = 0;
+
 signals:
     /// Emitted once for each reported code that the catalogue knows, on the reporting thread.
     /// To receive it queued on another thread, the application registers the type first:

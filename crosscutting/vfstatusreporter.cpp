@@ -6,6 +6,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QMetaEnum>
+#include <QRegularExpression>
+
+#include <algorithm>
 
 namespace Crosscutting {
 
@@ -22,7 +25,17 @@ int enumKeyToValue(const char* enumName, const QString& key)
     return metaObject.enumerator(index).keyToValue(key.toLatin1().constData());
 }
 
+const char* const RecordMembers[] = {"name", "title", "description", "severity", "category"};
+
 } // namespace
+
+// One generation of the application table. It is never changed once published, and is filled by
+// insertion rather than copied, so that no reader's QHash is ever shared and made to detach.
+struct VfStatusReporter::ApplicationStatusCodes
+{
+    QHash<unsigned long long, VfStaticStatusInfo*> records;
+    ApplicationStatusCodes* previous = nullptr;
+};
 
 VfStatusReporter::VfStatusReporter(QObject* parent)
     : VfAbstractStatusReporter(parent)
@@ -36,23 +49,33 @@ VfStatusReporter::~VfStatusReporter()
 {
     qDeleteAll(m_frameworkStatusCodes);
     m_frameworkStatusCodes.clear();
-    qDeleteAll(m_applicationStatusCodes);
-    m_applicationStatusCodes.clear();
+    // The newest generation holds every application record; the earlier ones only share them.
+    ApplicationStatusCodes* generation = m_applicationStatusCodes.fetchAndStoreAcquire(nullptr);
+    if (generation)
+        qDeleteAll(generation->records);
+    while (generation) {
+        ApplicationStatusCodes* previous = generation->previous;
+        delete generation;
+        generation = previous;
+    }
 }
 
 StatusCode VfStatusReporter::reportStatus(StatusCode statusCode, VfSourceContext& sourceContext)
 {
     QSharedPointer<VfSourceContext> context(&sourceContext);
-    // The tables do not change after construction, so they are read without a lock.
+    // The framework table does not change after construction, and an application table is never
+    // changed once published, so both are read without a lock.
     const auto framework = m_frameworkStatusCodes.constFind(statusCode);
     if (framework != m_frameworkStatusCodes.constEnd()) {
         emit statusChangeOccurred(createStatusChangeEvent(statusCode, context, **framework));
         return statusCode;
     }
-    const auto application = m_applicationStatusCodes.constFind(statusCode);
-    if (application != m_applicationStatusCodes.constEnd()) {
-        emit statusChangeOccurred(createStatusChangeEvent(statusCode, context, **application));
-        return statusCode;
+    if (const ApplicationStatusCodes* applicationCodes = m_applicationStatusCodes.loadAcquire()) {
+        const auto application = applicationCodes->records.constFind(statusCode);
+        if (application != applicationCodes->records.constEnd()) {
+            emit statusChangeOccurred(createStatusChangeEvent(statusCode, context, **application));
+            return statusCode;
+        }
     }
     // Through the service access object, not this. It ends after one level because the
     // catalogue holds the record of ReportStatusStatusCodeNotRecognized with one marker.
@@ -126,6 +149,115 @@ VfStaticStatusInfo* VfStatusReporter::createStaticStatusInfoObjectFromJsonObject
 QString VfStatusReporter::extractStatusCodeStringValue(const QJsonObject& object, const QString& key) const
 {
     return object.value(key).toString();
+}
+
+StatusCode VfStatusReporter::loadApplicationStatusCodes(const QString& path, const QMetaObject& enumOwner,
+                                                        const char* enumName)
+{
+    if (!enumName)
+        return REPORT_STATUS(VfStatusCodes::InputNull, QStringLiteral("enumName"));
+    const int enumIndex = enumOwner.indexOfEnumerator(enumName);
+    if (enumIndex < 0)
+        return REPORT_STATUS(VfStatusCodes::InputInvalid, QStringLiteral("enumName"));
+    const QMetaEnum codes = enumOwner.enumerator(enumIndex);
+    const QString enumText = QString::fromLatin1(enumOwner.className()) + QStringLiteral("::") + QLatin1String(enumName);
+
+    QJsonDocument document;
+    const StatusCode readResult = VfUtilities::createJsonDocumentFromFile(path, &document, true);
+    if (readResult != 0)
+        return readResult;
+    if (!document.isArray())
+        return REPORT_STATUS(VfStatusCodes::ConfigurationDataInvalid, path, QStringLiteral("its root is not an array"));
+
+    // Records stay here, owned by this load, until the whole catalogue has passed.
+    QHash<unsigned long long, VfStaticStatusInfo*> loaded;
+    QHash<unsigned long long, QString> recordOfCode;
+    QString reason;
+    const QJsonArray records = document.array();
+    for (int i = 0; i < records.size(); ++i) {
+        const QString name = records.at(i).toObject().value(QStringLiteral("name")).toString();
+        const QString label = QStringLiteral("record %1 (\"%2\")").arg(i + 1).arg(name);
+        bool isEnumerator = false;
+        const int value = codes.keyToValue(name.toLatin1().constData(), &isEnumerator);
+        // Widened with its sign, as the framework's codes are.
+        const unsigned long long code = static_cast<unsigned long long>(static_cast<long long>(value));
+        reason = checkStatusRecord(records.at(i));
+        if (!reason.isEmpty())
+            reason = label + QStringLiteral(": ") + reason;
+        else if (!isEnumerator)
+            reason = label + QStringLiteral(": \"") + name + QStringLiteral("\" is no enumerator of ") + enumText;
+        else if (code <= VfStatusCodes::LastValue || m_frameworkStatusCodes.contains(code))
+            reason = label + QStringLiteral(": its value %1 is a framework code").arg(code);
+        else if (loaded.contains(code))
+            reason = label + QStringLiteral(": its value %1 is that of %2").arg(code).arg(recordOfCode.value(code));
+        if (!reason.isEmpty())
+            break;
+        VfStatusCodes::VfStatusCode ignored;
+        loaded.insert(code, createStaticStatusInfoObjectFromJsonObject(records.at(i).toObject(), &ignored));
+        recordOfCode.insert(code, label);
+    }
+
+    // Published by compare-and-swap, so that loads on two threads cannot lose each other's records.
+    auto* next = new ApplicationStatusCodes;
+    ApplicationStatusCodes* current = m_applicationStatusCodes.loadAcquire();
+    while (reason.isEmpty()) {
+        next->records.clear();
+        if (current) {
+            for (auto it = current->records.cbegin(); it != current->records.cend(); ++it) {
+                if (loaded.contains(it.key()) && reason.isEmpty())
+                    reason = recordOfCode.value(it.key())
+                             + QStringLiteral(": its value %1 is that of an earlier catalogue's record").arg(it.key());
+                next->records.insert(it.key(), it.value());
+            }
+        }
+        if (!reason.isEmpty())
+            break;
+        for (auto it = loaded.cbegin(); it != loaded.cend(); ++it)
+            next->records.insert(it.key(), it.value());
+        next->previous = current;
+        if (m_applicationStatusCodes.testAndSetOrdered(current, next, current))
+            return VfStatusCodes::Success;
+    }
+    delete next;
+    qDeleteAll(loaded);
+    return REPORT_STATUS(VfStatusCodes::ConfigurationDataInvalid, path, reason);
+}
+
+QString VfStatusReporter::checkStatusRecord(const QJsonValue& record)
+{
+    if (!record.isObject())
+        return QStringLiteral("it is not an object");
+    const QJsonObject object = record.toObject();
+    for (const char* member : RecordMembers) {
+        if (!object.value(QLatin1String(member)).isString())
+            return QStringLiteral("its %1 is missing or not a string").arg(QLatin1String(member));
+    }
+    const QString severity = object.value(QStringLiteral("severity")).toString();
+    if (enumKeyToValue<VfStaticStatusInfo>("VfStatusSeverity", severity) < 0)
+        return QStringLiteral("\"") + severity + QStringLiteral("\" is no severity");
+    const QString category = object.value(QStringLiteral("category")).toString();
+    if (enumKeyToValue<VfStaticStatusInfo>("VfStatusCategory", category) < 0)
+        return QStringLiteral("\"") + category + QStringLiteral("\" is no category");
+
+    // REPORT_STATUS checks its arguments against the number of markers, and fills them in order of
+    // their numbers: %1 to %n, each once, is what lets every argument land.
+    static const QRegularExpression markerExpression(QStringLiteral("%(\\d{1,2})"));
+    QList<int> numbers;
+    QStringList markers;
+    QRegularExpressionMatchIterator it = markerExpression.globalMatch(object.value(QStringLiteral("description")).toString());
+    while (it.hasNext()) {
+        const QRegularExpressionMatch match = it.next();
+        numbers.append(match.captured(1).toInt());
+        markers.append(match.captured(0));
+    }
+    std::sort(numbers.begin(), numbers.end());
+    for (int i = 0; i < numbers.size(); ++i) {
+        if (numbers.at(i) != i + 1) {
+            return QStringLiteral("its description has the place markers ") + markers.join(QStringLiteral(", "))
+                   + QStringLiteral(", not %1 to %n each once");
+        }
+    }
+    return QString();
 }
 
 } // namespace Crosscutting

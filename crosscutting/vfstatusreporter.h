@@ -6,8 +6,10 @@
 #include "vfstaticstatusinfo.h"
 #include "vfstatuscodes.h"
 
+#include <QAtomicPointer>
 #include <QHash>
 #include <QJsonObject>
+#include <QJsonValue>
 #include <QSharedPointer>
 
 namespace Crosscutting {
@@ -15,8 +17,8 @@ namespace Crosscutting {
 /// Turns a code into an event: looks the code up in the catalogue, fills the record's
 /// description with the report's arguments and emits statusChangeOccurred.
 ///
-/// The catalogue is loaded once, by the constructor; after that the tables never change, so
-/// every operation may run on any thread without a lock.
+/// The framework's catalogue is loaded once, by the constructor; an application's codes are
+/// added whole by loadApplicationStatusCodes(). Reporting takes no lock, on any thread.
 class VFCROSSCUTTING_EXPORT VfStatusReporter : public VfAbstractStatusReporter
 {
     Q_OBJECT
@@ -52,11 +54,31 @@ public:
     /// object.value(key) as a string; a missing key or a member that is no string gives an empty string. Any thread.
     QString extractStatusCodeStringValue(const QJsonObject& object, const QString& key) const;
 
+    /// Adds an application's catalogue, "<AppName>statuscodes.json" in the form of the framework's,
+    /// read from a file or a Qt resource (":/..."). Each record's name is an enumerator of the
+    /// enumeration enumName, which enumOwner publishes with Q_ENUM or Q_ENUM_NS, and its value is
+    /// the record's code; afterwards REPORT_STATUS(thatEnumerator, ...) reports it as a framework code.
+    /// All or nothing: on failure nothing is added, the failure is reported and its code returned:
+    /// FileNotFound, FileCannotOpen, ConfigurationDataInvalid with the reason (an unreadable text, a
+    /// root that is no array, a record that checkStatusRecord() refuses, a name that is no enumerator,
+    /// a value of the framework's or of an earlier record), InputNull or InputInvalid for enumName.
+    /// Any thread, also while others report: the table is replaced whole, never changed in place.
+    StatusCode loadApplicationStatusCodes(const QString& path, const QMetaObject& enumOwner,
+                                          const char* enumName) override;
+
+    /// Why record cannot be a catalogue record, its name aside: it is no object, a member is missing
+    /// or no string, the severity or category is none of VfStaticStatusInfo's, or the description's
+    /// place markers are not numbered from `%1` up without a gap, each once. Empty when it can be. Any thread.
+    static QString checkStatusRecord(const QJsonValue& record);
+
 private:
     friend class VfStatusReporterTestAccess;
 
     QHash<unsigned long long, VfStaticStatusInfo*> m_frameworkStatusCodes;
-    QHash<unsigned long long, VfStaticStatusInfo*> m_applicationStatusCodes;
+    // Application codes, consulted after the framework's. Replaced whole by each load and read
+    // without a lock; earlier generations stay until the reporter goes, a reader may still hold one.
+    struct ApplicationStatusCodes;
+    QAtomicPointer<ApplicationStatusCodes> m_applicationStatusCodes;
     QString m_frameworkStatusCodesPath;
 };
 

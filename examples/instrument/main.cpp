@@ -1,6 +1,8 @@
 // instrument-demo: embeds VfCrosscutting the way the instrument's framework does. It reports a
 // handful of statuses from the main thread and a worker, logs events, routes Qt messages, runs
 // its event loop so that the timer flushes the logs, and prints what landed in the files.
+#include "instrumentstatuscodes.h"
+
 #include <vfcrosscutting.h>
 
 #include <QCommandLineParser>
@@ -67,6 +69,14 @@ public:
         return REPORT_STATUS(VfStatusCodes::CommandFailed, QStringLiteral("selftest --full"));
     }
 
+    StatusCode measure(double reading)
+    {
+        // A code of the application's own catalogue, on the same road as the library's.
+        if (reading > 100.0)
+            return REPORT_STATUS(InstrumentStatusCodes::SensorOverrange, QString::number(reading), QStringLiteral("T1"));
+        return VfStatusCodes::Success;
+    }
+
     StatusCode reportVendorCode()
     {
         // A code that no catalogue knows.
@@ -107,6 +117,13 @@ int main(int argc, char** argv)
     qInstallMessageHandler(logMessageHandler);
     VfCrosscuttingManagerPlaceholder::instance()->initializePlatformSpecificFunctionality();
 
+    // The application's own status codes, loaded once before anything reports them.
+    const QString catalogue = QStringLiteral(":/configuration/instrumentstatuscodes.json");
+    if (VfCrosscuttingManagerPlaceholder::instance()->statusReporter()->loadApplicationStatusCodes(
+            catalogue, Demo::InstrumentStatusCodes::staticMetaObject, "InstrumentStatusCode") != 0)
+        return 1;
+    std::printf("instrument: status codes of its own loaded from %s\n", qPrintable(catalogue));
+
     // SIGINT and SIGTERM end the demo cleanly through the event loop.
     VfUnixSignalHandler signalHandler({{SIGINT, [](int) { QCoreApplication::quit(); }},
                                        {SIGTERM, [](int) { QCoreApplication::quit(); }}},
@@ -133,6 +150,7 @@ int main(int argc, char** argv)
     instrument.logEvent(QStringLiteral("instrument-demo started"));
     instrument.calibrate(QStringLiteral("/opt/tarvion/data/calibration.xml"));
     instrument.runSelfTest();
+    instrument.measure(104.5);
     instrument.reportVendorCode();
 
     QThread* worker = QThread::create([&instrument] {

@@ -48,4 +48,20 @@ export PKG_CONFIG_PATH="$libdir/pkgconfig"
 g++ -std=c++17 -fPIC "$src/tests/consumer/main.cpp" "$src/tests/consumer/qualified.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs VfCrosscutting) \
   -Wl,-rpath,"$libdir"
 "$work/consumer-pc"
+# An application's own status codes: the installed checker and CMake function build them in, and
+# a catalogue that disagrees with its enumeration fails the build with the record named.
+test -x "$prefix/bin/vf_check_status_catalogue"
+test -f "$libdir/cmake/VfCrosscutting/VfStatusCatalogue.cmake"
+cmake -S "$src/tests/consumer/appcodes" -B "$work/pump" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/pump" >/dev/null
+"$work/pump/pump"
+cp -r "$src/tests/consumer/appcodes" "$work/pump-bad"
+sed -i 's/"PumpStalled"/"PumpStopped"/' "$work/pump-bad/pumpstatuscodes.json"
+cmake -S "$work/pump-bad" -B "$work/pump-bad/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+if cmake --build "$work/pump-bad/build" >"$work/pump-bad.log" 2>&1; then
+  echo "consumer: a catalogue naming no enumerator was built"; exit 1
+fi
+grep -q 'pumpstatuscodes.json: record 2 ("PumpStopped"): "PumpStopped" is no enumerator of PumpStatusCodes::PumpStatusCode' "$work/pump-bad.log" \
+  || { cat "$work/pump-bad.log"; exit 1; }
+
 echo "consumer: installed package works through find_package and pkg-config"
