@@ -9,24 +9,25 @@
 #include <unistd.h>
 
 using namespace Crosscutting;
-using Files = VfPlatformInfo::VfRequiredApplicationFiles;
 
-static QStringList aliases(const QList<VfStorageInfo>& volumes)
+static QString run(const QString& program, const QString& mode)
 {
-    QStringList result;
-    for (const VfStorageInfo& volume : volumes)
-        result << volume.aliasName() + '=' + volume.rootPath();
-    return result;
+    QProcess child;
+    child.start(program, {mode});
+    child.waitForFinished();
+    return child.readAllStandardOutput();
 }
 
 class tst_Platform : public QObject
 {
     Q_OBJECT
     QTemporaryDir m_dir;
-    void setDf(const QByteArray& output)
+    const QByteArray m_path = qgetenv("PATH");
+    // A df that prints `output`, after recording its arguments.
+    void fakeDf(const QString& output)
     {
-        QFile file(m_dir.filePath("df.out"));
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(output) == output.size());
+        VfTest::writeFakeProgram(m_dir.filePath("bin"), "df", "echo \"$#:$1\" >> " + m_dir.filePath("calls") + "\n" + output);
+        VfTest::prependToPath(m_dir.filePath("bin"));
     }
 private slots:
     void initTestCase()
@@ -36,133 +37,79 @@ private slots:
     }
     void cleanup()
     {
-        qputenv("PATH", qgetenv("VF_SAVED_PATH"));
+        qputenv("PATH", m_path);
+        QFile::remove(m_dir.filePath("calls"));
         umount2("/media/usb/ro", MNT_DETACH);
-        for (const char* root : {"/media/usb", "/mnt/usrroot"})
-            for (const QFileInfo& entry : QDir(root).entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot))
-                entry.isDir() ? (void)QDir(entry.filePath()).removeRecursively() : (void)QFile::remove(entry.filePath());
+        QDir("/media/usb").removeRecursively();
     }
     void paths()
     {
         const VfPlatformInfo info;
-        const QString root = info.rootApplicationPath();
-        QCOMPARE(QStringList({VfPlatformInfo::staticDataRootPath(), VfPlatformInfo::systemDataRootPath(),
-                              VfPlatformInfo::settingsRootPath(), VfPlatformInfo::customDataPath(),
-                              VfPlatformInfo::userDataRootPath(), VfPlatformInfo::applicationSettingsPath("SPA"),
-                              info.applicationConfigurationFilePath("MiXed").remove(0, root.size()),
-                              info.dynamicLibraryExtension(true), info.property("dynamicLibraryExtension").toString(),
-                              info.dynamicLibraryPrefix(), VfPlatformInfo::tempDataRootPath()}),
-                 QStringList({"/opt/tarvion/data", "/etc/tarvion", "/etc/tarvion/settings/", "/etc/tarvion/custom/",
-                              "/mnt/usrroot/", "/etc/tarvion/settings/spasettings/", "mixed/mixed_configuration.qml",
-                              ".so", "so", "lib", QDir::tempPath()}));
+        QCOMPARE(QStringList({VfPlatformInfo::staticDataRootPath(), VfPlatformInfo::systemDataRootPath(), VfPlatformInfo::settingsRootPath(),
+                              VfPlatformInfo::customDataPath(), VfPlatformInfo::userDataRootPath(), VfPlatformInfo::applicationSettingsPath("SPA"),
+                              info.applicationConfigurationFilePath("MiXed").remove(info.rootApplicationPath()), info.dynamicLibraryExtension(true),
+                              info.property("dynamicLibraryExtension").toString(), info.dynamicLibraryPrefix(), VfPlatformInfo::tempDataRootPath()}),
+                 QStringList({"/opt/tarvion/data", "/etc/tarvion", "/etc/tarvion/settings/", "/etc/tarvion/custom/", "/mnt/usrroot/",
+                              "/etc/tarvion/settings/spasettings/", "mixed/mixed_configuration.qml", ".so", "so", "lib", QDir::tempPath()}));
         QVERIFY(!VfPlatformInfo::isIdentityFileIODisabled());
         qputenv("LD_LIBRARY_PATH", "/usr/lib::/opt/x:/opt/x");
         QCOMPARE(VfPlatformInfo::dynamicLibraryPaths(), QStringList({"/usr/lib", "", "/opt/x", "/lib"}));
         qunsetenv("LD_LIBRARY_PATH");
         QCOMPARE(VfPlatformInfo::dynamicLibraryPaths(), QStringList({"", "/lib", "/usr/lib"}));
     }
-    void rootFromLayout_data()
-    {
-        QTest::addColumn<QString>("made");
-        QTest::addColumn<QString>("root");
-        QTest::newRow("no demo: the parent") << "app/bin/demo" << "app/";
-        QTest::newRow("demo beside bin") << "app/demo" << "app/demo/";
-        QTest::newRow("Demo is not demo") << "app/Demo" << "app/";
-    }
     void rootFromLayout()
     {
-        QFETCH(QString, made);
-        QFETCH(QString, root);
-        QTemporaryDir layout;
-        QVERIFY(QDir(layout.path()).mkpath(made) && QDir(layout.path()).mkpath("app/bin"));
-        const QString copy = layout.filePath("app/bin/child");
-        QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), copy));
-        QProcess child;
-        child.start(copy, {"root"});
-        QVERIFY(child.waitForFinished());
-        QCOMPARE(child.readAllStandardOutput(), (QDir(layout.path()).canonicalPath() + '/' + root + '\n').toUtf8());
-    }
-    void requiredFiles_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("withDirectory");
-        QTest::addColumn<int>("which");
-        QTest::addColumn<QStringList>("files");
-        QTest::addColumn<QStringList>("directories");
-        QTest::newRow("all, SPA keeps its case in directories")
-            << "SPA" << true << 2
-            << QStringList{"SPA/lib/libSpaBackend.so", "SPA/lib/libSpaProxy.so", "SPA/lib/libSpaFrontend.so",
-                           "SPA/SPAfrontend/qml/ui/main_SPA.qml"}
-            << QStringList{"SPA/lib", "SPA/SPAfrontend/qml/ui"};
-        QTest::newRow("frontend, bare") << "vna" << false << 0
-                                        << QStringList{"lib/libVnaProxy.so", "lib/libVnaFrontend.so",
-                                                       "vnafrontend/qml/ui/main_vna.qml"}
-                                        << QStringList{"vna/lib", "vna/vnafrontend/qml/ui"};
-        QTest::newRow("backend, empty name") << "" << true << 1 << QStringList{"/lib/libBackend.so"}
-                                             << QStringList{"/lib"};
-        QTest::newRow("out of range") << "spa" << true << 3 << QStringList() << QStringList();
+        // The root follows where the executable lies: a copy of this program is run from a layout.
+        for (const char* made : {"app/bin/demo", "app/Demo", "app/demo"}) {
+            QTemporaryDir layout;
+            QVERIFY(QDir(layout.path()).mkpath(made) && QDir(layout.path()).mkpath("app/bin"));
+            QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), layout.filePath("app/bin/child")));
+            const QString root = QDir(layout.path()).canonicalPath() + (QByteArray(made) == "app/demo" ? "/app/demo/\n" : "/app/\n");
+            QCOMPARE(run(layout.filePath("app/bin/child"), "root"), root);
+        }
     }
     void requiredFiles()
     {
-        QFETCH(QString, name);
-        QFETCH(bool, withDirectory);
-        QFETCH(int, which);
         const VfPlatformInfo info;
-        QTEST(info.applicationRequiredFiles(name, withDirectory, Files(which)), "files");
-        QTEST(info.applicationRequiredDirectories(name, Files(which)), "directories");
+        QCOMPARE(info.applicationRequiredFiles("SPA", true, VfPlatformInfo::AllFiles),
+                 QStringList({"SPA/lib/libSpaBackend.so", "SPA/lib/libSpaProxy.so", "SPA/lib/libSpaFrontend.so", "SPA/SPAfrontend/qml/ui/main_SPA.qml"}));
+        QCOMPARE(info.applicationRequiredFiles("vna", false, VfPlatformInfo::FrontendFiles),
+                 QStringList({"lib/libVnaProxy.so", "lib/libVnaFrontend.so", "vnafrontend/qml/ui/main_vna.qml"}));
+        QCOMPARE(info.applicationRequiredDirectories("SPA", VfPlatformInfo::AllFiles), QStringList({"SPA/lib", "SPA/SPAfrontend/qml/ui"}));
+        QCOMPARE(info.applicationRequiredDirectories("", VfPlatformInfo::BackendFiles), QStringList{"/lib"});
+        QCOMPARE(info.applicationRequiredFiles("spa", true, VfPlatformInfo::VfRequiredApplicationFiles(3)), QStringList());
     }
     void volumes()
     {
         for (const char* name : {"beta", "Delta", "alpha", ".hidden", "closed"})
             QVERIFY(QDir().mkpath(QStringLiteral("/media/usb/") + name));
         QFile("/media/usb/afile").open(QIODevice::WriteOnly);
-        QFile::setPermissions("/media/usb/closed", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        QCOMPARE(aliases(VfStorageInfo::mountedVolumes()),
-                 QStringList({"Internal=/mnt/usrroot", "alpha=/media/usb/alpha", "beta=/media/usb/beta",
-                              "closed=/media/usb/closed", "Delta=/media/usb/Delta"}));
+        QFile::setPermissions("/media/usb/closed", QFile::ReadOwner | QFile::ExeOwner);
+        QStringList volumes;
+        for (const VfStorageInfo& volume : VfStorageInfo::mountedVolumes())
+            volumes << volume.aliasName() + '=' + volume.rootPath();
+        QCOMPARE(volumes, QStringList({"Internal=/mnt/usrroot", "alpha=/media/usb/alpha", "beta=/media/usb/beta", "closed=/media/usb/closed",
+                                       "Delta=/media/usb/Delta"}));
         // Root reads every directory: only another user finds the closed stick unreadable.
-        QProcess child;
-        child.start(QCoreApplication::applicationFilePath(), {"nobody"});
-        QVERIFY(child.waitForFinished());
-        QCOMPARE(child.readAllStandardOutput(), QByteArray("Internal,alpha,beta,Delta\n"));
-        QCOMPARE(VfStorageInfo::mountedVolume("beta").rootPath(), QStringLiteral("/media/usb/beta"));
-        QVERIFY(VfStorageInfo::mountedVolume("Internal").isValid());
-        QVERIFY(!VfStorageInfo::mountedVolume("Beta").isValid());
-        QVERIFY(!VfStorageInfo("/media/usb/afile", "f").isValid());
-        QVERIFY(!VfStorageInfo("/media/usb/beta/", "b").isReadOnly());
-        QVERIFY(QDir().mkpath("/media/usb/ro"));
-        QCOMPARE(mount("ro", "/media/usb/ro", "tmpfs", MS_RDONLY, nullptr), 0);
-        QVERIFY(VfStorageInfo("/media/usb/ro", "ro").isReadOnly());
-    }
-    void resolvePath_data()
-    {
-        QTest::addColumn<QString>("relative");
-        QTest::addColumn<QString>("resolved");
-        QTest::newRow("plain") << "a//b/" << "/media/usb/stick/a/b";
-        QTest::newRow("empty") << "" << "/media/usb/stick";
-        QTest::newRow("inner ..") << "a/../b" << "/media/usb/stick/b";
-        QTest::newRow("climbs out") << "../other" << QString();
-        QTest::newRow("case-sensitive") << "../STICK/x" << QString();
-        // A sibling whose name starts with the root's passes: instruments rely on the bare prefix test.
-        QTest::newRow("sibling prefix") << "../stick2/x" << "/media/usb/stick2/x";
+        QCOMPARE(run(QCoreApplication::applicationFilePath(), "nobody"), QStringLiteral("Internal,alpha,beta,Delta\n"));
+        QCOMPARE(VfStorageInfo::mountedVolume("beta").rootPath() + VfStorageInfo::mountedVolume("Beta").rootPath(), QStringLiteral("/media/usb/beta"));
+        QVERIFY(VfStorageInfo::mountedVolume("Internal").isValid() && !VfStorageInfo("/media/usb/afile", "f").isValid());
+        QVERIFY(QDir().mkpath("/media/usb/ro") && mount("ro", "/media/usb/ro", "tmpfs", MS_RDONLY, nullptr) == 0);
+        QVERIFY(VfStorageInfo("/media/usb/ro", "ro").isReadOnly() && !VfStorageInfo("/media/usb/beta/", "b").isReadOnly());
     }
     void resolvePath()
     {
-        QFETCH(QString, relative);
-        QFETCH(QString, resolved);
-        const QString path = VfStorageInfo("/media/usb/stick/", "stick").resolvePath(relative);
-        QCOMPARE(path, resolved);
-        QCOMPARE(path.isNull(), resolved.isNull());
+        const VfStorageInfo stick("/media/usb/stick/", "stick");
+        QCOMPARE(QStringList({stick.resolvePath("a//b/"), stick.resolvePath(""), stick.resolvePath("a/../b"), stick.resolvePath("../stick2/x")}),
+                 QStringList({"/media/usb/stick/a/b", "/media/usb/stick", "/media/usb/stick/b", "/media/usb/stick2/x"}));
+        // A sibling whose name starts with the root's passes, as above: instruments rely on the bare prefix test.
+        QVERIFY(stick.resolvePath("../other").isNull() && stick.resolvePath("../STICK/x").isNull());
     }
     void sizesOfRealDf()
     {
-        QFile file("/mnt/usrroot/filler");
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(QByteArray(300 * 1024, 'x')) > 0);
-        file.close();
-        QProcess df;
-        df.start("df", {"/mnt/usrroot/"});
-        QVERIFY(df.waitForFinished());
-        const QStringList fields = QString(df.readAll()).split('\n').value(1).simplified().split(' ');
+        QFile filler("/mnt/usrroot/filler");
+        QVERIFY(filler.open(QIODevice::WriteOnly) && filler.write(QByteArray(300 * 1024, 'x')) > 0 && filler.flush());
+        const QStringList fields = run("df", "/mnt/usrroot/").section('\n', 1, 1).simplified().split(' ');
         const VfStorageInfo internal = VfStorageInfo::mountedVolume("Internal");
         QCOMPARE(internal.device(), QStringLiteral("vfsandbox"));
         QCOMPARE(internal.bytesTotal(), (fields.value(2).toLongLong() + fields.value(3).toLongLong()) * 1024);
@@ -171,52 +118,36 @@ private slots:
     }
     void dfOutput_data()
     {
-        QTest::addColumn<QByteArray>("output");
-        QTest::addColumn<QString>("device");
-        QTest::addColumn<qint64>("total");
-        QTest::addColumn<qint64>("free");
-        const QByteArray header = "Filesystem 1K-blocks Used Available Use% Mounted on\n";
-        QTest::newRow("one line, size column unused") << header + "/dev/sda1 1000 200 700 23% /m\n"
-                                                      << "/dev/sda1" << qint64(900 * 1024) << qint64(700 * 1024);
-        QTest::newRow("tabs, second line only") << header + "dev\t10\t1\t2\t3%\t/m\nx 1 5 5 5% /n\n"
-                                                << "dev" << qint64(3 * 1024) << qint64(2 * 1024);
-        QTest::newRow("wrapped: no sizes") << header + "/dev/mapper/long\n  1000 200 700 23% /m\n" << ""
-                                           << qint64(0) << qint64(0);
-        QTest::newRow("overflow saturates") << header + "d 0 9223372036854775807 1 1% /m\n" << "d"
-                                            << std::numeric_limits<qint64>::max() << qint64(1024);
-        QTest::newRow("df crashes after printing") << header + "d 1 4 5 1% /m\" ; kill -SEGV $$ ; echo \"" << "d"
-                                                   << qint64(9 * 1024) << qint64(5 * 1024);
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<QString>("sizes"); // device, total, free
+        QTest::newRow("size column unused") << "echo h; echo '/dev/sda1 1000 200 700 23% /m'" << "/dev/sda1 921600 716800";
+        QTest::newRow("tabs, second line only") << "printf 'h\\nd\\t10\\t1\\t2\\t3%%\\t/m\\nx 1 5 5 5%% /n\\n'" << "d 3072 2048";
+        QTest::newRow("wrapped: no sizes") << "printf 'h\\n/dev/mapper/long\\n  1000 200 700 23%% /m\\n'" << " 0 0";
+        QTest::newRow("overflow saturates") << "echo h; echo 'd 0 9223372036854775807 1 1% /m'" << "d 9223372036854775807 1024";
+        QTest::newRow("crashes after printing") << "echo h; echo 'd 1 4 5 1% /m'; kill -SEGV $$" << "d 9216 5120";
     }
     void dfOutput()
     {
-        QFETCH(QByteArray, output);
-        const QString bin = m_dir.filePath("bin");
-        QVERIFY(!VfTest::writeFakeProgram(bin, "df", "echo \"$#:$1\" >> " + m_dir.filePath("calls") + "\necho \""
-                                                         + output + "\"\n").isEmpty());
-        QFile::remove(m_dir.filePath("calls"));
-        VfTest::prependToPath(bin);
+        QFETCH(QString, output);
+        fakeDf(output);
         const VfStorageInfo volume("/mnt/usrroot", "Internal");
-        QTEST(volume.device(), "device");
-        QTEST(volume.bytesTotal(), "total");
-        QTEST(volume.bytesFree(), "free");
+        QTEST(QStringLiteral("%1 %2 %3").arg(volume.device()).arg(volume.bytesTotal()).arg(volume.bytesFree()), "sizes");
         QFile calls(m_dir.filePath("calls"));
         QVERIFY(calls.open(QIODevice::ReadOnly));
         QCOMPARE(calls.readAll(), QByteArray("1:/mnt/usrroot/\n").repeated(3));
     }
     void dfThatHangsOrCannotStartKeepsValues()
     {
-        const QString bin = m_dir.filePath("hang");
-        VfTest::writeFakeProgram(bin, "df", "echo h; echo 'seed 10 1 2 3% /m'; [ -e " + bin + "/go ] && exec sleep 60\n");
-        VfTest::prependToPath(bin);
+        fakeDf("echo h; echo 'seed 10 1 2 3% /m'; [ -e " + m_dir.filePath("hang") + " ] && exec sleep 60");
         const VfStorageInfo volume("/mnt/usrroot", "Internal");
         QCOMPARE(volume.device(), QStringLiteral("seed"));
-        QFile(bin + "/go").open(QIODevice::WriteOnly);
+        QFile(m_dir.filePath("hang")).open(QIODevice::WriteOnly);
         QElapsedTimer clock;
         clock.start();
-        QCOMPARE(volume.bytesFree(), qint64(2 * 1024));
+        QCOMPARE(volume.bytesFree(), qint64(2048));
         QVERIFY2(clock.elapsed() >= 9000, "df is given ten seconds");
         qputenv("PATH", "/nonexistent");
-        QCOMPARE(volume.bytesTotal(), qint64(3 * 1024));
+        QCOMPARE(volume.bytesTotal(), qint64(3072));
     }
     void timer()
     {
@@ -225,16 +156,14 @@ private slots:
         timer.stop();
         QVERIFY(qAbs(timer.elapsedTime() - QDateTime::currentMSecsSinceEpoch()) < 1000);
         timer.start();
-        QVERIFY(timer.isTimerRunning());
         QTest::qSleep(20);
         const double running = timer.elapsedTime();
+        QVERIFY(timer.isTimerRunning());
         timer.stop();
-        QVERIFY(!timer.isTimerRunning());
         const double stopped = timer.elapsedTime();
         QTest::qSleep(5);
-        QCOMPARE(timer.elapsedTime(), stopped);
+        QVERIFY(!timer.isTimerRunning() && timer.elapsedTime() == stopped && stopped != qRound(stopped)); // fractions are kept
         QVERIFY2(running >= 20 && stopped >= running && stopped < 10000, qPrintable(QString::number(stopped)));
-        QVERIFY(stopped != qRound(stopped)); // fractions of a millisecond are kept
     }
 };
 
@@ -242,20 +171,15 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     const QByteArray mode = argc > 1 ? argv[1] : "";
-    if (mode == "root") {
-        printf("%s\n", qPrintable(VfPlatformInfo().rootApplicationPath()));
-        return 0;
-    }
+    if (mode == "root")
+        return printf("%s\n", qPrintable(VfPlatformInfo().rootApplicationPath())) < 0;
     if (mode == "nobody") {
-        if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)
-            return 3;
         QStringList names;
-        for (const VfStorageInfo& volume : VfStorageInfo::mountedVolumes())
-            names << volume.aliasName();
-        printf("%s\n", qPrintable(names.join(',')));
-        return 0;
+        if (setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0)
+            for (const VfStorageInfo& volume : VfStorageInfo::mountedVolumes())
+                names << volume.aliasName();
+        return printf("%s\n", qPrintable(names.join(','))) < 0;
     }
-    qputenv("VF_SAVED_PATH", qgetenv("PATH"));
     tst_Platform test;
     return QTest::qExec(&test, argc, argv);
 }
