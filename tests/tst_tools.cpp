@@ -1,3 +1,4 @@
+#include "vftestsupport.h"
 #include "vfutilities.h"
 
 #include <QtTest>
@@ -27,18 +28,6 @@ static Run run(const QString& program, const QStringList& arguments, const QByte
     process.waitForFinished(120000);
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAllStandardOutput(),
             process.readAllStandardError()};
-}
-
-static QByteArray read(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-static bool write(const QString& path, const QByteArray& content)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
 }
 
 class tst_Tools : public QObject
@@ -83,9 +72,9 @@ private slots:
     {
         QFETCH(QByteArray, raw);
         QFETCH(QByteArray, expected);
-        QVERIFY(write(path("raw"), raw) && write(path("longer"), QByteArray(10000, 'x')));
+        QVERIFY(VfTest::writeFile(path("raw"), raw) && VfTest::writeFile(path("longer"), QByteArray(10000, 'x')));
         QCOMPARE(run(DEMANGLE_BACKTRACE, {path("raw"), path("longer")}).exitCode, 0);
-        QCOMPARE(read(path("longer")), expected);
+        QCOMPARE(VfTest::readFile(path("longer")), expected);
         QCOMPARE(run(DEMANGLE_BACKTRACE, {path("raw"), "-"}).out, expected);
     }
     void resolvesRealBacktrace_data()
@@ -101,10 +90,10 @@ private slots:
             QSKIP("the sanitizers' runtime changes the frames of the capture");
         QFile::remove(path("captured"));
         QCOMPARE(run(QCoreApplication::applicationFilePath(), {"capture", path("captured")}).exitCode, 0);
-        QByteArray raw = read(path("captured"));
+        QByteArray raw = VfTest::readFile(path("captured"));
         if (olderLibc)
             raw.replace(")[", ") [").replace("\n", "\r\n");
-        QVERIFY(raw.count('\n') >= 4 && write(path("captured"), raw));
+        QVERIFY(raw.count('\n') >= 4 && VfTest::writeFile(path("captured"), raw));
         const Run result = run(DEMANGLE_BACKTRACE, {path("captured"), "-"});
         QCOMPARE(result.exitCode, 0);
         const QList<QByteArray> lines = result.out.split('\n');
@@ -122,7 +111,7 @@ private slots:
         const QByteArray path = QFileInfo(DEMANGLE_BACKTRACE).path().toUtf8() + ':' + qgetenv("PATH");
         const Run normal = run(INSTRUMENT_DEMO, {"--seconds", "1"}, path);
         QCOMPARE(normal.exitCode, 0);
-        const QByteArray velmar = read("/etc/tarvion/logs/velmar.log"), event = read("/etc/tarvion/logs/event.log");
+        const QByteArray velmar = VfTest::readFile("/etc/tarvion/logs/velmar.log"), event = VfTest::readFile("/etc/tarvion/logs/event.log");
         QVERIFY(normal.out.contains(velmar) && normal.out.contains(event) && normal.out.contains("volume Internal"));
         QVERIFY(normal.out.contains(":Velmar Application] [File not found, The file '/opt/tarvion/data/calibration.xml' could not be found. "
                                     "Please ensure the file exists., CriticalError, Internal]\n"));
@@ -133,8 +122,8 @@ private slots:
         // After a crash the process reports success, as instruments expect of it.
         const Run crash = run(INSTRUMENT_DEMO, {"--crash"}, path);
         QCOMPARE(crash.exitCode, 0);
-        QVERIFY(crash.out.contains(read("/etc/tarvion/logs/backTrace")) && crash.out.contains("==== /etc/tarvion/logs/backTraceDemangled ===="));
-        QVERIFY(read("/etc/tarvion/logs/backTraceDemangled").contains("instrument-demo: main"));
+        QVERIFY(crash.out.contains(VfTest::readFile("/etc/tarvion/logs/backTrace")) && crash.out.contains("==== /etc/tarvion/logs/backTraceDemangled ===="));
+        QVERIFY(VfTest::readFile("/etc/tarvion/logs/backTraceDemangled").contains("instrument-demo: main"));
     }
 };
 

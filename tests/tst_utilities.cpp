@@ -1,5 +1,6 @@
 #include "statuseventrecorder.h"
 #include "vfcrosscuttingmanagerplaceholder.h"
+#include "vftestsupport.h"
 #include "vfutilities.h"
 
 #include <QDomDocument>
@@ -9,19 +10,6 @@
 
 using namespace Crosscutting;
 using Codes = QList<StatusCode>;
-
-static bool write(const QString& path, const QByteArray& content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-}
-
-static QByteArray read(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : "<missing>";
-}
 
 class tst_Utilities : public QObject
 {
@@ -81,8 +69,8 @@ private slots:
         const QString command = "sleep 5 & echo $! > " + path("child") + "; wait";
         QVERIFY(VfUtilities::shellHelper(command.toUtf8().constData(), "forked", 1000, nullptr).isEmpty());
         QCOMPARE(m_recorder->codes(), Codes{VfStatusCodes::TimeoutExceeded});
-        const QString stat = "/proc/" + read(path("child")).trimmed() + "/stat";
-        QTRY_VERIFY_WITH_TIMEOUT(read(stat) == "<missing>" || read(stat).contains(") Z "), 3000);
+        const QString stat = "/proc/" + VfTest::readFile(path("child")).trimmed() + "/stat";
+        QTRY_VERIFY_WITH_TIMEOUT(VfTest::readFile(stat) == "<missing>" || VfTest::readFile(stat).contains(") Z "), 3000);
     }
     void outputOfCommand()
     {
@@ -106,8 +94,8 @@ private slots:
         const QString root = QDir(m_dir.path()).canonicalPath() + "/tree";
         QStringList files{root + "/one/a", root + "/one/two/three/c", root + "/top"};
         for (const QString& file : files)
-            QVERIFY(write(file, "x"));
-        QVERIFY(QDir().mkpath(root + "/empty/deeper") && write(path("outside/hidden"), "x"));
+            QVERIFY(VfTest::writeFile(file, "x"));
+        QVERIFY(QDir().mkpath(root + "/empty/deeper") && VfTest::writeFile(path("outside/hidden"), "x"));
         QVERIFY(QFile::link(path("outside"), root + "/dirlink") && QFile::link(root + "/top", root + "/toplink"));
         QStringList found = VfUtilities::findAllFiles(QDir(root));
         found.sort();
@@ -125,19 +113,19 @@ private slots:
             modes << (::stat(QFile::encodeName(path(made)).constData(), &status) == 0 ? int(status.st_mode & 07777) : -1);
         }
         QCOMPARE(modes, QList<int>({0700, 0777, 0777, 0755})); // only what the call made is opened up
-        QVERIFY(write(path("plain"), "x"));
+        QVERIFY(VfTest::writeFile(path("plain"), "x"));
         QCOMPARE(VfUtilities::makePath(path("plain/sub"), true), StatusCode(VfStatusCodes::DirectoryCannotCreate));
         QCOMPARE(arguments(), QStringList{path("plain/sub")});
     }
     void makeBackupFile()
     {
-        QVERIFY(write(path("b"), "first") && write(path("b.old"), "older, longer"));
+        QVERIFY(VfTest::writeFile(path("b"), "first") && VfTest::writeFile(path("b.old"), "older, longer"));
         QCOMPARE(VfUtilities::makeBackupFile(path("b"), "old") + VfUtilities::makeBackupFile(path("b"), ".x"), StatusCode(VfStatusCodes::Success));
-        QCOMPARE(read(path("b.old")) + read(path("b..x")) + read(path("b")), QByteArray("firstfirstfirst"));
+        QCOMPARE(VfTest::readFile(path("b.old")) + VfTest::readFile(path("b..x")) + VfTest::readFile(path("b")), QByteArray("firstfirstfirst"));
         QCOMPARE(VfUtilities::makeBackupFile(path("gone"), "old"), StatusCode(VfStatusCodes::FileNotFound));
         QCOMPARE(m_recorder->events.size(), 0);
         // A backup that cannot be removed is reported, and the copy is tried all the same.
-        QVERIFY(QDir().mkdir(path("c.old")) && write(path("c"), "x"));
+        QVERIFY(QDir().mkdir(path("c.old")) && VfTest::writeFile(path("c"), "x"));
         QCOMPARE(VfUtilities::makeBackupFile(path("c"), "old"), StatusCode(VfStatusCodes::FileCannotCopy));
         QCOMPARE(m_recorder->codes(), Codes({VfStatusCodes::FileCannotRemove, VfStatusCodes::FileCannotCopy}));
         QCOMPARE(arguments(0) + arguments(1), QStringList({path("c.old"), path("c"), path("c.old")}));
@@ -206,7 +194,7 @@ private slots:
     }
     void jsonDocument()
     {
-        QVERIFY(write(path("good.json"), "{\"a\": [1, \"b\"]}") && write(path("bad.json"), "{\"a\": ") && QDir().mkpath(path("dir.json")));
+        QVERIFY(VfTest::writeFile(path("good.json"), "{\"a\": [1, \"b\"]}") && VfTest::writeFile(path("bad.json"), "{\"a\": ") && QDir().mkpath(path("dir.json")));
         for (bool report : {false, true}) {
             QJsonDocument document(QJsonArray{1});
             QCOMPARE(VfUtilities::createJsonDocumentFromFile(path("good.json"), &document, report), StatusCode(VfStatusCodes::Success));
