@@ -123,6 +123,7 @@ private slots:
         QTest::newRow("size column unused") << "echo h; echo '/dev/sda1 1000 200 700 23% /m'" << "/dev/sda1 921600 716800";
         QTest::newRow("tabs, second line only") << "printf 'h\\nd\\t10\\t1\\t2\\t3%%\\t/m\\nx 1 5 5 5%% /n\\n'" << "d 3072 2048";
         QTest::newRow("wrapped: no sizes") << "printf 'h\\n/dev/mapper/long\\n  1000 200 700 23%% /m\\n'" << " 0 0";
+        QTest::newRow("five columns: no sizes") << "echo h; echo 'd 1000 200 700 23%'" << " 0 0";
         QTest::newRow("overflow saturates") << "echo h; echo 'd 0 9223372036854775807 1 1% /m'" << "d 9223372036854775807 1024";
         QTest::newRow("crashes after printing") << "echo h; echo 'd 1 4 5 1% /m'; kill -SEGV $$" << "d 9216 5120";
     }
