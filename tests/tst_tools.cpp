@@ -4,10 +4,16 @@
 #include <QtTest>
 
 namespace Tools {
-// The frames that demangle_backtrace is run on: a child of this program captures its own stack here.
-__attribute__((noinline)) void captureFrame(const char* raw)
+// The frames that demangle_backtrace is run on: a child of this program captures its own stack
+// here, through a function inlined into its caller.
+__attribute__((always_inline)) inline void captureInlined(const char* raw)
 {
     Crosscutting::VfUtilities::logBackTraceNoDemangle(raw); asm volatile("");
+}
+const int inlinedLine = __LINE__ - 2;
+__attribute__((noinline)) void captureFrame(const char* raw)
+{
+    captureInlined(raw); asm volatile("");
 }
 const int captureLine = __LINE__ - 2;
 } // namespace Tools
@@ -59,8 +65,8 @@ private slots:
         QTest::newRow("empty") << QByteArray() << QByteArray();
         QTest::newRow("lines that are no frames") << QByteArray("[0x1000]\n(((\n[0xZZ]\n[0x12\n\x01\xff text\n[0x2000]\nlast")
                                                   << QByteArray("#0 [0x1000]\n(((\n[0xZZ]\n[0x12\n\x01\xff text\n#1 [0x2000]\nlast\n");
-        QTest::newRow("unknown modules") << QByteArray("/no/module(+0x10) [0x55d000000010]\n/no/lib.so(_ZN3Foo3barEv+0x10) [0x7f0000001010]\n")
-                                         << QByteArray("#0 /no/module(+0x10) [0x55d000000010]\n#1 /no/lib.so: Foo::bar()+0x10\n");
+        QTest::newRow("unknown modules") << QByteArray("/no/module(+0x10) [0x55d000000010]\n/no/lib.so(_ZN3Foo3barEv+0x10) [0x7f0000001010]\n[0x00007f00deadbeef]\n")
+                                         << QByteArray("#0 /no/module(+0x10) [0x55d000000010]\n#1 /no/lib.so: Foo::bar()+0x10\n#2 [0x00007f00deadbeef]\n");
     }
     void copiesWhatItCannotResolve()
     {
@@ -94,8 +100,10 @@ private slots:
         QVERIFY2(lines.value(0).startsWith("#0 ") && lines.value(0).contains(": Crosscutting::VfUtilities::logBackTraceNoDemangle(char const*)+0x")
                      && lines.value(0).contains("vfutilities.cpp:"), result.out.constData());
         const QByteArray frame1 = "#1 " + QCoreApplication::applicationFilePath().toUtf8() + ": Tools::captureFrame(char const*)+0x";
-        QVERIFY2(lines.value(1).startsWith(frame1), result.out.constData());
-        QVERIFY2(lines.value(1).endsWith("/tst_tools.cpp:" + QByteArray::number(Tools::captureLine)), result.out.constData());
+        const QByteArray inlined = "/tst_tools.cpp:" + QByteArray::number(Tools::inlinedLine)
+                                   + " (inlined: Tools::captureInlined(char const*) into Tools::captureFrame(char const*) at ";
+        QVERIFY2(lines.value(1).startsWith(frame1) && lines.value(1).contains(inlined) && !lines.value(1).contains("/../"), result.out.constData());
+        QVERIFY2(lines.value(1).endsWith("/tst_tools.cpp:" + QByteArray::number(Tools::captureLine) + ')'), result.out.constData());
         QVERIFY2(lines.value(2).contains(": main+0x"), result.out.constData());
     }
     void instrumentDemo()
