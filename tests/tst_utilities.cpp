@@ -57,10 +57,13 @@ private slots:
         QFETCH(QByteArray, command);
         QFETCH(int, timeout);
         int exitCode = -12345;
-        QElapsedTimer clock;
-        clock.start();
-        QTEST(VfUtilities::shellHelper(command.constData(), "napper", timeout, &exitCode), "output");
-        QVERIFY2(clock.elapsed() < 4000, "the call ends the command that ran out of time");
+        // A wait of 0 runs out while the shell may still be starting, before it has a process group of its own.
+        for (int attempt = 0; attempt < (timeout == 0 ? 20 : 1); ++attempt) {
+            QElapsedTimer clock;
+            clock.start();
+            QTEST(VfUtilities::shellHelper(command.constData(), "napper", timeout, &exitCode), "output");
+            QVERIFY2(clock.elapsed() < 4000, "the call ends the command that ran out of time");
+        }
         QTEST(exitCode, "exitCode");
         QTEST(m_recorder->events.isEmpty() ? QStringList() : arguments(), "reports");
     }
