@@ -1,25 +1,39 @@
 #ifndef STATUSEVENTRECORDER_H
 #define STATUSEVENTRECORDER_H
 
+#include "vfcrosscuttingmanagerplaceholder.h"
 #include "vfstatuschangeevent.h"
 
-#include <QList>
-#include <QObject>
-
-// Records every statusChangeOccurred of the current status reporter, in order, on the
-// reporting thread (direct connection), keeping copies of the events.
+// Records every statusChangeOccurred of the current status reporter, in order, on the reporting
+// thread (direct connection), keeping copies of the events.
 class StatusEventRecorder : public QObject
 {
-    Q_OBJECT
 public:
-    explicit StatusEventRecorder(QObject* parent = nullptr);
-    void attach(); // to VfCrosscuttingManagerPlaceholder::instance()->statusReporter()
+    explicit StatusEventRecorder(QObject* parent = nullptr)
+        : QObject(parent)
+    {
+    }
+    void attach()
+    {
+        connect(Crosscutting::VfCrosscuttingManagerPlaceholder::instance()->statusReporter(),
+                &Crosscutting::VfAbstractStatusReporter::statusChangeOccurred, this,
+                [this](const Crosscutting::VfStatusChangeEvent& event) { events.append(event); }, Qt::DirectConnection);
+    }
+    QList<StatusCode> codes() const
+    {
+        QList<StatusCode> result;
+        for (const auto& event : events)
+            result.append(event.statusCode());
+        return result;
+    }
+    QStringList descriptions() const
+    {
+        QStringList result;
+        for (const auto& event : events)
+            result.append(event.statusInfo()->description());
+        return result;
+    }
     QList<Crosscutting::VfStatusChangeEvent> events;
-    QList<StatusCode> codes() const;
-    QStringList descriptions() const;
-
-public slots:
-    void record(const Crosscutting::VfStatusChangeEvent& event);
 };
 
 #endif // STATUSEVENTRECORDER_H
