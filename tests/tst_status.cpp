@@ -8,6 +8,7 @@
 #include <QJsonDocument>
 #include <QtTest>
 #include <csignal>
+#include <thread>
 
 using namespace Crosscutting;
 using Severity = VfStaticStatusInfo::VfStatusSeverity;
@@ -127,7 +128,6 @@ private slots:
         QTest::newRow("unknown code") << quint64(1000) << QStringList() << QStringList{"61 " + unrecognized.arg(1000)};
         QTest::newRow("Success is not in the catalogue") << quint64(0) << QStringList()
                                                          << QStringList{"61 " + unrecognized.arg(0)};
-        QTest::newRow("LastValue neither") << quint64(73) << QStringList() << QStringList{"61 " + unrecognized.arg(73)};
         QTest::newRow("too few arguments") << quint64(30) << QStringList()
             << QStringList{"60 " + argCount.arg(30).arg(0).arg(1), "30 [File cannot be opened, %1, NonCriticalError, Internal]"};
         QTest::newRow("too many arguments") << quint64(5) << QStringList{"ls", "2", "x"}
@@ -139,15 +139,6 @@ private slots:
         QTest::newRow("second marker first") << quint64(72) << QStringList{"VfStatusSeverity", "7"}
             << QStringList{"72 [An unknown enum value was encountered, The enum value '7' does not match any known "
                            "enumerator in the 'VfStatusSeverity' enum., NonCriticalError, Internal]"};
-        QTest::newRow("escaped line break") << quint64(13) << QStringList{"e"}
-            << QStringList{"13 [Invalid dynamic cast, An exception was thrown due to an invalid dynamic_cast "
-                           "operation.\nException information: e, CriticalError, Internal]"};
-        QTest::newRow("misspelt, no marker") << quint64(49) << QStringList()
-            << QStringList{"49 [Memory access violation occurred, A memory access violation occured. This may have "
-                           "been caused by a null pointer dereference, accessing an array with an out-of-range index "
-                           "or some other coding error., CriticalError, Internal]"};
-        QTest::newRow("notification, external") << quint64(64) << QStringList()
-            << QStringList{"64 [Setting change pending, A setting change is pending., Notification, Internal]"};
         QTest::newRow("external") << quint64(1) << QStringList{"a"}
             << QStringList{"1 [Application already loaded, Requested application 'a' is already loaded. Unload the "
                            "applicaiton before attempting to load the application again., CriticalError, External]"};
@@ -169,7 +160,7 @@ private slots:
         }
         QCOMPARE(seen, events);
         QCOMPARE(m_recorder->events.last().sourceContext()->additionalInfo(),
-                 seen.first().startsWith("61") ? QStringList{QString::number(code)} : arguments);
+                 seen.front().startsWith("61") ? QStringList{QString::number(code)} : arguments);
     }
 
     void contextOwnershipAndOwnRecords()
@@ -210,25 +201,16 @@ private slots:
     void serviceAccess()
     {
         VfCrosscuttingManagerPlaceholder::drop();
-        QVector<VfCrosscuttingManagerPlaceholder*> seen(8, nullptr);
-        QSemaphore go;
-        QList<QThread*> threads;
-        for (int i = 0; i < seen.size(); ++i) {
-            threads << QThread::create([&, i] {
-                go.acquire();
-                seen[i] = VfCrosscuttingManagerPlaceholder::instance();
-            });
-            threads.last()->start();
-        }
-        go.release(seen.size());
-        for (QThread* thread : threads) {
-            QVERIFY(thread->wait(30000));
-            delete thread;
-        }
-        QCOMPARE(seen.count(seen.first()), seen.size());
-        QCOMPARE(VfCrosscuttingManagerPlaceholder::instance(), seen.first());
-        QPointer<VfAbstractStatusReporter> old = seen.first()->statusReporter();
-        QVERIFY(!old->parent() && seen.first()->platformInfo() && seen.first()->logManager());
+        std::vector<VfCrosscuttingManagerPlaceholder*> seen(8, nullptr);
+        std::vector<std::thread> threads;
+        for (auto& instance : seen)
+            threads.emplace_back([&instance] { instance = VfCrosscuttingManagerPlaceholder::instance(); });
+        for (std::thread& thread : threads)
+            thread.join();
+        QCOMPARE(std::count(seen.begin(), seen.end(), seen.front()), 8L);
+        QCOMPARE(VfCrosscuttingManagerPlaceholder::instance(), seen.front());
+        QPointer<VfAbstractStatusReporter> old = seen.front()->statusReporter();
+        QVERIFY(!old->parent() && seen.front()->platformInfo() && seen.front()->logManager());
         VfCrosscuttingManagerPlaceholder::drop();
         QVERIFY(old.isNull());
         StatusEventRecorder fresh;
