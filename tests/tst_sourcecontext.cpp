@@ -1,5 +1,6 @@
 #include "statuseventrecorder.h"
 #include "vfcrosscuttingmanagerplaceholder.h"
+#include "vflogentry.h"
 
 #include <QtTest>
 
@@ -48,6 +49,8 @@ private slots:
         QFETCH(QString, expected);
         QScopedPointer<VfSourceContext> c(&createSourceContext(module, "/home/b/src/vfutil.cpp", 305, signature, {"i"}));
         QCOMPARE(fields(*c), expected);
+        QScopedPointer<VfSourceContext> other(&createSourceContext(module, "other.cpp", 1, signature, {}));
+        QCOMPARE(other->sourceFilename(), QString("other.cpp"));
         QCOMPARE(c->additionalInfo(), QStringList{"i"});
     }
 
@@ -100,6 +103,12 @@ private slots:
         QTest::newRow("timestamp, no module") << "" << "source.ext" << 1 << "[TIME source.ext:305]";
         QTest::newRow("single line keeps the path") << "M" << "a/f.cpp" << 2 << "[TIME, M, a/f.cpp, 305, T, Ns, VfC, void f(), a, b, c]";
         QTest::newRow("no such format") << "M" << "f" << 4 << "";
+        // Successive QString::arg calls have always filled the bracket, taking a "%" and digits
+        // inside a filled part for a place marker.
+        QTest::newRow("marker in the file") << "Mod" << "x%1.cpp" << 0 << "[%4x305.cpp:Mod:]";
+        QTest::newRow("markers in both") << "M%1" << "a%2b" << 0 << "[%4a305b:305:M]";
+        QTest::newRow("marker, no module") << "" << "a%2b" << 0 << "[a305b:305]";
+        QTest::newRow("bare percent") << "%3" << "50%" << 0 << "[%450%:305:]";
     }
     void forms()
     {
@@ -136,6 +145,55 @@ private slots:
         QVERIFY(c.timestamp() >= before);
         QTest::qWait(15);
         QCOMPARE(c.toString(VfSourceContext::ShortFormWithTimestamp), text);
+    }
+
+    void siteTextFollowsContent()
+    {
+        // Another literal at the same address, as after a library was unloaded and another loaded.
+        char file[] = "/src/one/first.cpp", function[] = "void f()";
+        QCOMPARE(siteFileName(file) + siteFunctionText(function), QString("first.cppvoid f()"));
+        qstrcpy(file, "/src/two/other.cpp");
+        function[5] = 'g';
+        QCOMPARE(siteFileName(file) + siteFunctionText(function), QString("other.cppvoid g()"));
+    }
+
+    void logEntryKeepsEveryCharacter()
+    {
+        const QSharedPointer<VfSourceContext> context(&createSourceContext("", "f.cpp", 1, "void f()", {}));
+        for (const QString& message : {QString(), QString(""), QString::fromUtf8("Gr\xc3\xbc\xc3\x9f" "e\n"),
+                                       QString::fromUtf8("\xe2\x9c\x93 \xe6\xbc\xa2\n"), QString::fromLatin1("a\0b", 3),
+                                       QString(QChar(0xd800)) + "x"}) {
+            const VfLogEntry entry(context, VfStaticStatusInfo::VfStatusSeverity::Notification, message);
+            QCOMPARE(entry.message(), message);
+            QCOMPARE(entry.message().isNull(), message.isNull());
+        }
+    }
+
+    // Last, as it leaves the zone changed.
+    void timeFollowsZoneChange_data()
+    {
+        QTest::addColumn<int>("localHour");
+        QTest::addColumn<int>("minutes");
+        QTest::newRow("0:xx AM") << 0 << 0;
+        QTest::newRow("11:xx AM, half hour") << 11 << 30;
+        QTest::newRow("12:xx PM") << 12 << 0;
+        QTest::newRow("11:xx PM, quarter hour") << 23 << 45;
+    }
+    void timeFollowsZoneChange()
+    {
+        QFETCH(int, localHour);
+        QFETCH(int, minutes);
+        int offset = ((localHour - QDateTime::currentDateTimeUtc().time().hour() + 24) % 24) * 3600 + minutes * 60;
+        if (offset > 14 * 3600)
+            offset -= 24 * 3600;
+        // A POSIX zone text needs no zone files; it counts west of Greenwich.
+        qputenv("TZ", QString("VFT%1%2:%3").arg(offset > 0 ? '-' : '+').arg(qAbs(offset) / 3600)
+                          .arg(qAbs(offset) / 60 % 60, 2, 10, QLatin1Char('0')).toLatin1());
+        QScopedPointer<VfSourceContext> c(&createSourceContext("", "f.cpp", 1, "void f()", {}));
+        QCOMPARE(c->timestamp().offsetFromUtc(), offset);
+        const QString time = c->timestamp().toString("MM-dd-yy hh:mm:ss.zzz AP");
+        QCOMPARE(c->toString(VfSourceContext::ShortFormWithTimestamp), "[" + time + " f.cpp:1:Velmar Application]");
+        QVERIFY(c->toString(VfSourceContext::SingleLineLongForm).startsWith('[' + time + ", "));
     }
 };
 
