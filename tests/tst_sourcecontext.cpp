@@ -178,6 +178,7 @@ private slots:
         QTest::newRow("11:xx AM, half hour") << 11 << 30;
         QTest::newRow("12:xx PM") << 12 << 0;
         QTest::newRow("11:xx PM, quarter hour") << 23 << 45;
+        QTest::newRow("TZ unset again, within the second") << -1 << 0;
     }
     void timeFollowsZoneChange()
     {
@@ -187,7 +188,10 @@ private slots:
         if (offset > 14 * 3600)
             offset -= 24 * 3600;
         // A POSIX zone text needs no zone files; it counts west of Greenwich.
-        qputenv("TZ", QString("VFT%1%2:%3").arg(offset > 0 ? '-' : '+').arg(qAbs(offset) / 3600)
+        if (localHour < 0)
+            qunsetenv("TZ"), offset = QDateTime::currentDateTime().offsetFromUtc();
+        else
+            qputenv("TZ", QString("VFT%1%2:%3").arg(offset > 0 ? '-' : '+').arg(qAbs(offset) / 3600)
                           .arg(qAbs(offset) / 60 % 60, 2, 10, QLatin1Char('0')).toLatin1());
         QScopedPointer<VfSourceContext> c(&createSourceContext("", "f.cpp", 1, "void f()", {}));
         QCOMPARE(c->timestamp().offsetFromUtc(), offset);

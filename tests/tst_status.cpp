@@ -87,6 +87,8 @@ private slots:
         QCOMPARE(int(odd->severity()), 255);
         QCOMPARE(int(odd->category()), 255);
         QCOMPARE(odd->title(), QString());
+        QObject owner;
+        QCOMPARE(VfStatusReporter(&owner).parent(), &owner);
     }
 
     void displayForms_data()
@@ -115,6 +117,10 @@ private slots:
         for (const QString& line : expected.split('|'))
             QVERIFY2(text.contains(line), qPrintable(text));
         QCOMPARE(VfStaticStatusInfo().toString(VfDisplayable::SingleLineLongForm), "[, , Unassigned, Unassigned]");
+        struct Probe : VfDisplayable {
+            QString toString(DisplayFormat) const override { return formatSingleLineLongFormString({"a", "", "b"}); }
+        };
+        QCOMPARE(Probe().toString(VfDisplayable::ShortForm), QString("[a, , b]"));
     }
 
     void reportRoad_data()
