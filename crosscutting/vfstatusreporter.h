@@ -32,8 +32,6 @@ public:
     QString extractStatusCodeStringValue(const QJsonObject& object, const QString& key) const;
 
 private:
-    friend class VfStatusReporterTestAccess;
-
     QHash<unsigned long long, VfStaticStatusInfo*> m_frameworkStatusCodes;
     QHash<unsigned long long, VfStaticStatusInfo*> m_applicationStatusCodes;
     QString m_frameworkStatusCodesPath;
