@@ -81,8 +81,6 @@ public:
     void printCallerInfo();
 
 private:
-    // Lets tests hold m_toolsMutex to show which operations take no lock.
-    friend class VfMutexToolsTestAccess;
 
     std::mutex m_toolsMutex;
     VfTimer m_lockTimer;

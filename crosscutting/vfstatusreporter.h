@@ -72,8 +72,6 @@ public:
     static QString checkStatusRecord(const QJsonValue& record);
 
 private:
-    friend class VfStatusReporterTestAccess;
-
     QHash<unsigned long long, VfStaticStatusInfo*> m_frameworkStatusCodes;
     // Application codes, consulted after the framework's. Replaced whole by each load and read
     // without a lock; earlier generations stay until the reporter goes, a reader may still hold one.
