@@ -16,10 +16,10 @@
 
 using namespace Crosscutting;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_UNDEFINED__)
-#define SKIP_UNDER_SANITIZER(reason) QSKIP(reason)
+#if defined(__SANITIZE_ADDRESS__)
+const bool sanitized = true; // the address sanitizer adds frames of its own and takes over SIGSEGV
 #else
-#define SKIP_UNDER_SANITIZER(reason)
+const bool sanitized = false;
 #endif
 
 // Named frames: the program is linked with -rdynamic and built without optimisation (tst_faults.cmake).
@@ -186,7 +186,8 @@ private slots:
         QFETCH(QString, tool);
         QFETCH(bool, logsDirectory);
         QFETCH(bool, demangled);
-        SKIP_UNDER_SANITIZER("the sanitizers take over the crash signals and change the frames");
+        if (sanitized && sig == SIGSEGV)
+            QSKIP("the address sanitizer takes over SIGSEGV");
         QVERIFY2(VfTest::isSandboxed(), "run through tests/sandbox-run");
         QDir(logs).removeRecursively();
         QVERIFY(!logsDirectory || QDir().mkpath(logs));
@@ -209,12 +210,12 @@ private slots:
         QCOMPARE(run->exitCode(), 0);
         QCOMPARE(run->readAllStandardOutput(), QByteArray("atexit handler ran"));
         QCOMPARE(frames.size() > 4, logsDirectory);
-        if (logsDirectory) {
+        if (logsDirectory && !sanitized) {
             QVERIFY(frames.at(0).contains("_ZN12Crosscutting11VfUtilities22logBackTraceNoDemangleEPKc"));
             QVERIFY(frames.at(1).contains("_ZN12Crosscutting25linuxGeneralSignalHandlerEj10sigcontext"));
             QVERIFY(frames.join().contains("(_ZN5Probe11raiseSignalEi+0x"));
         }
-        QCOMPARE(lines(logs + "/backTraceDemangled").value(1).contains("Crosscutting::linuxGeneralSignalHandler("),
+        QCOMPARE(lines(logs + "/backTraceDemangled").join().contains("Crosscutting::linuxGeneralSignalHandler(unsigned"),
                  demangled);
         if (tool == "fake")
             QCOMPARE(lines(logs + "/arguments"),
@@ -224,7 +225,6 @@ private slots:
 
     void crashWhileLogging()
     {
-        SKIP_UNDER_SANITIZER("the sanitizers take over the crash signals");
         QVERIFY(QDir().mkpath(logs));
         for (int run = 0; run < 20; ++run) {
             QFile::remove(logs + "/backTrace");
@@ -238,7 +238,8 @@ private slots:
 
     void rawBacktrace()
     {
-        SKIP_UNDER_SANITIZER("checks exact stack frames");
+        if (sanitized)
+            QSKIP("checks exact stack frames");
         QTemporaryDir directory;
         const QString path = directory.filePath("raw");
         // 100 frames at most: the innermost stay. A longer file keeps its tail: no O_TRUNC.
@@ -272,7 +273,8 @@ private slots:
 
     void backtraceFile()
     {
-        SKIP_UNDER_SANITIZER("checks exact stack frames");
+        if (sanitized)
+            QSKIP("checks exact stack frames");
         QTemporaryDir directory;
         const QString path = directory.filePath("trace");
         QFile file(path);
