@@ -74,8 +74,7 @@ QByteArray captureStdout(const std::function<void()>& action)
     file.open();
     const int saved = dup(1);
     dup2(file.handle(), 1);
-    action();
-    std::fflush(stdout);
+    action(); // no flush here: the writer flushes each record itself
     dup2(saved, 1);
     close(saved);
     return readFile(file.fileName());
@@ -266,6 +265,7 @@ private slots:
     {
         StatusEventRecorder recorder;
         recorder.attach();
+        QCOMPARE(manager()->flushInterval(), 5000u);
         QCOMPARE(manager()->logFileName(StatusLog), QStringList{"velmar.log"});
         QCOMPARE(manager()->logFileName(EventLog), QStringList{"event.log"});
         captureStdout([] { manager()->addLogEntry(context(), Severity::Notification, "kept\n", StatusLog); });
