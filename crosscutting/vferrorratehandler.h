@@ -9,7 +9,7 @@
 
 namespace Crosscutting {
 
-// Token bucket a file writer consults before accepting an entry; reports ErrorRateTooHigh when it runs low (Part 4.5).
+// Token bucket a file writer consults before accepting an entry; reports ErrorRateTooHigh when it runs low.
 class VFCROSSCUTTING_EXPORT VfErrorRateHandler : public QObject
 {
     Q_OBJECT

@@ -13,7 +13,7 @@
 
 namespace Crosscutting {
 
-// Owns the three logs and three writers, connects them and saves the file writers periodically (Part 4.2).
+// Owns the three logs and three writers, connects them and saves the file writers periodically.
 class VFCROSSCUTTING_EXPORT VfLogManager : public VfAbstractLogManager
 {
     Q_OBJECT
