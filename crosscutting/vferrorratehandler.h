@@ -38,7 +38,6 @@ public slots:
     void updateAllowedErrors();
 
 private:
-    friend class VfErrorRateHandlerTestAccess;
 
     quint32 m_lastUpdateTime;
     quint64 m_maxErrors;

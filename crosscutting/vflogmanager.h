@@ -68,7 +68,6 @@ protected:
     void updateWriter(VfLog* log, VfLogType logType, VfLogDestination destination, bool enable);
 
 private:
-    friend class VfLogManagerTestAccess;
 
     QHash<VfLogType, VfLog*> m_logs;
     QHash<VfLogType, unsigned int> m_destinations;

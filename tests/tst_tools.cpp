@@ -118,6 +118,8 @@ private slots:
         QVERIFY(normal.out.contains(":Velmar Application] [File not found, The file '/opt/tarvion/data/calibration.xml' could not be found. "
                                     "Please ensure the file exists., CriticalError, Internal]\n"));
         QVERIFY(velmar.contains(", TaskProcessor, Demo, Instrument, StatusCode calibrate(const QString&), /opt/tarvion/data/worker-calibration.xml] [File not found, "));
+        // A code of the demo's own catalogue, in the same form as the library's.
+        QVERIFY(velmar.contains(", StatusCode measure(double), 104.5, T1] [Sensor overrange, The reading 104.5 of sensor 'T1' lies outside its measuring range., Warning, External]"));
         QVERIFY(velmar.indexOf("Got 1 additional arguments, expected 2") < velmar.indexOf("[Command Failed, The command 'selftest --full' failed"));
         QVERIFY(velmar.contains("] demo: critical message\n") && !velmar.contains("instrument-demo started"));
         QVERIFY(event.contains("main.cpp") && event.endsWith("] instrument-demo stopping\n") && !event.contains("File not found"));

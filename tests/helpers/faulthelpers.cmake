@@ -1,5 +1,5 @@
-# Helper programs of the fault-handling tests (tst_vfunixsignalhandler, tst_backtrace,
-# tst_demangle_backtrace), built once whichever test includes this first. The same source is
+# The child programs of tst_faults and tst_demangle_backtrace, built once whichever test includes
+# this first. The same source is
 # built three ways, all with debug information and without optimisation, so that frames have
 # stable names and lines: with -rdynamic (frames name their symbols), as PIE without it (frames
 # carry module offsets only), and as non-PIE without it (frames carry no parentheses at all).

@@ -1,16 +1,10 @@
 #ifndef FAULTTESTSUPPORT_H
 #define FAULTTESTSUPPORT_H
 
-// Shared by the fault-handling tests: running the helper program and the tool, and finding the
-// "MARK:" lines of the helper's source (tests/helpers/faulthelper.cpp).
-
-#include <QByteArray>
+// Running the crash child and the demangling tool, and finding the "MARK:" lines of the child's source.
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QProcessEnvironment>
-#include <QString>
-#include <QStringList>
 
 namespace FaultTest {
 
@@ -24,18 +18,15 @@ struct Run
     QByteArray err;
 };
 
-// Runs program with arguments; pathPrefix, when given, goes first on the child's PATH, and
-// replacePath, when true, makes it the whole PATH.
+// pathPrefix, when given, goes first on the child's PATH, or is the whole PATH with replacePath.
 inline Run run(const QString& program, const QStringList& arguments, const QString& pathPrefix = QString(),
                bool replacePath = false)
 {
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    if (!pathPrefix.isEmpty()) {
-        const QString path = environment.value(QStringLiteral("PATH"));
-        environment.insert(QStringLiteral("PATH"),
-                           replacePath || path.isEmpty() ? pathPrefix : pathPrefix + QLatin1Char(':') + path);
-    }
+    const QString path = environment.value(QStringLiteral("PATH"));
+    if (!pathPrefix.isEmpty())
+        environment.insert(QStringLiteral("PATH"), replacePath || path.isEmpty() ? pathPrefix : pathPrefix + ':' + path);
     process.setProcessEnvironment(environment);
     process.start(program, arguments);
     Run result;
@@ -51,24 +42,28 @@ inline Run run(const QString& program, const QStringList& arguments, const QStri
 inline QByteArray readAll(const QString& path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return file.readAll();
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// The 1-based line of the helper source that carries "// MARK:<name>" at its end, or 0.
+// The lines of a text, without the empty one after its last line end.
+inline QList<QByteArray> lines(const QByteArray& text)
+{
+    QList<QByteArray> result = text.split('\n');
+    if (result.last().isEmpty())
+        result.removeLast();
+    return result;
+}
+
+// The 1-based line of the child's source that ends in "// MARK:<name>", or 0.
 inline int markLine(const char* name)
 {
-    const QList<QByteArray> lines = readAll(QStringLiteral(FAULT_HELPER_SOURCE)).split('\n');
-    const QByteArray mark = QByteArray("// MARK:") + name;
-    for (int i = 0; i < lines.size(); ++i) {
-        if (lines.at(i).trimmed().endsWith(mark))
+    const QList<QByteArray> source = lines(readAll(QStringLiteral(FAULT_HELPER_SOURCE)));
+    for (int i = 0; i < source.size(); ++i)
+        if (source.at(i).trimmed().endsWith(QByteArray("// MARK:") + name))
             return i + 1;
-    }
     return 0;
 }
 
-// "faulthelper.cpp:<line>" of a mark, as addr2line prints the place.
 inline QByteArray markPlace(const char* name)
 {
     return "faulthelper.cpp:" + QByteArray::number(markLine(name));
@@ -79,25 +74,12 @@ inline QString toolDirectory()
     return QFileInfo(QStringLiteral(DEMANGLE_BACKTRACE)).absolutePath();
 }
 
-// The numbered frame lines of demangle_backtrace's output, or of a raw file.
-inline QList<QByteArray> lines(const QByteArray& text)
-{
-    QList<QByteArray> result = text.split('\n');
-    if (!result.isEmpty() && result.last().isEmpty())
-        result.removeLast();
-    return result;
-}
-
-// The first line of lines that contains every one of needles, or an empty array.
+// The first of lines that holds every one of needles, or an empty array.
 inline QByteArray lineWith(const QList<QByteArray>& lines, const QList<QByteArray>& needles)
 {
-    for (const QByteArray& line : lines) {
-        bool all = true;
-        for (const QByteArray& needle : needles)
-            all = all && line.contains(needle);
-        if (all)
+    for (const QByteArray& line : lines)
+        if (std::all_of(needles.begin(), needles.end(), [&line](const QByteArray& n) { return line.contains(n); }))
             return line;
-    }
     return QByteArray();
 }
 

@@ -1,5 +1,0 @@
-# The test's own functions appear in the frames that it checks: export them (-rdynamic) and keep
-# them apart (no optimisation). Child-process cases use the helper programs (tests/helpers).
-set_target_properties(${test_name} PROPERTIES ENABLE_EXPORTS ON)
-target_compile_options(${test_name} PRIVATE -O0 -fno-omit-frame-pointer)
-include(${CMAKE_CURRENT_SOURCE_DIR}/helpers/faulthelpers.cmake)
