@@ -1,4 +1,4 @@
-// The lock path of Part 5.1 against a bare QMutex: a timed tryLock, two empty hooks and one
+// The lock paths against bare Qt mutexes: a timed tryLock, two empty hooks and one
 // QThread::currentThreadId() are all that VfMutexLocker may add.
 #include "vfmutex.h"
 #include "vfmutexlocker.h"
@@ -6,12 +6,13 @@
 
 #include <QMutex>
 #include <QMutexLocker>
+#include <QRecursiveMutex>
 
 #include <benchmark/benchmark.h>
 
 using namespace Crosscutting;
 
-static void BM_QMutexLocker(benchmark::State& state)
+static void BM_Peer_QMutexLocker(benchmark::State& state)
 {
     QMutex mutex;
     for (auto _ : state) {
@@ -19,9 +20,9 @@ static void BM_QMutexLocker(benchmark::State& state)
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_QMutexLocker);
+BENCHMARK(BM_Peer_QMutexLocker);
 
-static void BM_VfMutexLocker(benchmark::State& state)
+static void BM_Vf_MutexLocker(benchmark::State& state)
 {
     VfMutex mutex(120000);
     for (auto _ : state) {
@@ -29,9 +30,19 @@ static void BM_VfMutexLocker(benchmark::State& state)
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_VfMutexLocker);
+BENCHMARK(BM_Vf_MutexLocker);
 
-static void BM_VfRecursiveMutexLocker(benchmark::State& state)
+static void BM_Peer_QRecursiveMutexLocker(benchmark::State& state)
+{
+    QRecursiveMutex mutex;
+    for (auto _ : state) {
+        QMutexLocker locker(&mutex);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(BM_Peer_QRecursiveMutexLocker);
+
+static void BM_Vf_RecursiveMutexLocker(benchmark::State& state)
 {
     VfRecursiveMutex mutex(120000);
     for (auto _ : state) {
@@ -39,13 +50,13 @@ static void BM_VfRecursiveMutexLocker(benchmark::State& state)
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_VfRecursiveMutexLocker);
+BENCHMARK(BM_Vf_RecursiveMutexLocker);
 
-static void BM_VfMutexConstruction(benchmark::State& state)
+static void BM_Vf_MutexConstruction(benchmark::State& state)
 {
     for (auto _ : state) {
         VfMutex mutex(120000);
         benchmark::DoNotOptimize(mutex.mutexId());
     }
 }
-BENCHMARK(BM_VfMutexConstruction);
+BENCHMARK(BM_Vf_MutexConstruction);

@@ -22,7 +22,7 @@ VfAbstractLogManager::~VfAbstractLogManager() = default;
 
 
 namespace {
-// Source files of the framework and of Qt have lower-case names (Part 4.7).
+// Source files of the framework and of Qt have lower-case names.
 const QRegularExpression s_frameworkFileExpression(QStringLiteral("^vf.*"));
 const QRegularExpression s_qtFileExpression(QStringLiteral("^q.*"));
 } // namespace
@@ -46,7 +46,7 @@ void logMessageHandler(QtMsgType type, QMessageLogContext const& context, QStrin
         return;
     static VfMutex s_messageHandlerMutex(120000);
     // Qt messages are handled one at a time. VfMutex is not recursive: a message raised inside
-    // the handler on the same thread waits out the 120000 ms and goes on without the lock (Part 4.7).
+    // the handler on the same thread waits out the 120000 ms and goes on without the lock.
     VfMutexLocker<VfMutex> locker(s_messageHandlerMutex);
 
     QString label;

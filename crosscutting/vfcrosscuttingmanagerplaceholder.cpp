@@ -9,6 +9,8 @@
 #include "vfstatusreporter.h"
 #include "vfunixsignalhandler.h"
 
+#include <QAtomicPointer>
+
 #include <csignal>
 #include <cstring>
 
@@ -17,28 +19,41 @@ namespace Crosscutting {
 VfCrosscuttingManagerPlaceholder* VfCrosscuttingManagerPlaceholder::s_instance = nullptr;
 VfRecursiveMutex VfCrosscuttingManagerPlaceholder::s_mutex(120000);
 
+namespace {
+
+// The instance once it is complete, for the callers that only read it: every report takes this
+// path twice, so it takes no lock. s_mutex still orders construction and drop().
+QAtomicPointer<VfCrosscuttingManagerPlaceholder> s_published;
+
+} // namespace
+
 VfCrosscuttingManagerPlaceholder* VfCrosscuttingManagerPlaceholder::instance()
 {
+    if (VfCrosscuttingManagerPlaceholder* published = s_published.loadAcquire())
+        return published;
     VfMutexLocker<VfRecursiveMutex> locker(s_mutex);
-    if (!s_instance)
+    if (!s_instance) {
         s_instance = new VfCrosscuttingManagerPlaceholder();
+        s_published.storeRelease(s_instance);
+    }
     return s_instance;
 }
 
 void VfCrosscuttingManagerPlaceholder::drop()
 {
     VfMutexLocker<VfRecursiveMutex> locker(s_mutex);
+    s_published.storeRelease(nullptr);
     delete s_instance;
     s_instance = nullptr;
 }
 
 VfCrosscuttingManagerPlaceholder::VfCrosscuttingManagerPlaceholder()
 {
-    // Part 1.1: the catalogue is complete before any other service exists.
+    // The catalogue is complete before any other service exists.
     m_statusReporter.reset(new VfStatusReporter(nullptr));
     m_logManager.reset(new VfLogManager(nullptr));
     m_platformInfo.reset(new VfPlatformInfo(nullptr));
-    // Part 1.1: the virtual slot, so an override runs; queued across threads once the application registers
+    // The virtual slot, so an override runs; queued across threads once the application registers
     // VfStatusChangeEvent. The handle is not kept.
     QObject::connect(m_statusReporter.data(), &VfAbstractStatusReporter::statusChangeOccurred, m_logManager.data(),
                      &VfAbstractLogManager::logStatusChange, Qt::AutoConnection);
@@ -70,7 +85,7 @@ VfPlatformInfo* VfCrosscuttingManagerPlaceholder::platformInfo() const
 
 VfSystemIdentity* VfCrosscuttingManagerPlaceholder::systemIdentity() const
 {
-    // Part 1.1: built on first use, without a lock: the first call must not race with another.
+    // Built on first use, without a lock: the first call must not race with another.
     if (!m_systemIdentity)
         m_systemIdentity.reset(new VfSystemIdentity(VfPlatformInfo::isIdentityFileIODisabled(), nullptr));
     return m_systemIdentity.data();
@@ -81,10 +96,10 @@ void VfCrosscuttingManagerPlaceholder::initializePlatformSpecificFunctionality()
     struct sigaction action;
     std::memset(&action, 0, sizeof(action));
     // The handler takes (unsigned int, sigcontext) but is installed as a plain one-argument handler
-    // and reads neither argument (Part 7.1).
+    // and reads neither argument.
     // The detour through void (*)() is the sanctioned way to change a function pointer's type.
     action.sa_handler = reinterpret_cast<void (*)(int)>(reinterpret_cast<void (*)()>(&linuxGeneralSignalHandler));
-    // Part 1.1: SIGILL, SIGHUP and SIGFPE only, SIGHUP deliberately; results ignored.
+    // SIGILL, SIGHUP and SIGFPE only, SIGHUP deliberately; results ignored.
     sigaction(SIGILL, &action, nullptr);
     sigaction(SIGHUP, &action, nullptr);
     sigaction(SIGFPE, &action, nullptr);

@@ -18,7 +18,7 @@ class VfAbstractLogManager;
 class VfPlatformInfo;
 class VfSystemIdentity;
 
-// The one process-wide object through which all code reaches the cross-cutting services (Part 1.1).
+// The one process-wide object through which all code reaches the cross-cutting services.
 class VFCROSSCUTTING_EXPORT VfCrosscuttingManagerPlaceholder
 {
 public:
@@ -47,21 +47,22 @@ private:
     static VfRecursiveMutex s_mutex;
 };
 
-// The body of REPORT_STATUS for one reporting site: the six steps of Part 2.3, in their order.
+// The body of REPORT_STATUS for one reporting site: the reporter, the site's file and function
+// texts, the arguments, a new context, and reportStatus, in that order.
 template <typename... Arguments>
 StatusCode reportStatusFromSite(const char* file, unsigned long long line, const char* function, StatusCode code,
                                 const Arguments&... arguments)
 {
     VfAbstractStatusReporter* reporter = VfCrosscuttingManagerPlaceholder::instance()->statusReporter();
-    const QString fileName = QFileInfo(QString::fromUtf8(file)).fileName();
-    const QString functionText = QString::fromLatin1(function);
+    const QString fileName = siteFileName(file);
+    const QString functionText = siteFunctionText(function);
     const QStringList additionalInfo{QString(arguments)...};
     return reporter->reportStatus(code, createSourceContext(QString(), fileName, line, functionText, additionalInfo));
 }
 
 } // namespace Crosscutting
 
-// Reports a status code with any number of QString arguments and evaluates to the code (Part 2.3):
+// Reports a status code with any number of QString arguments and evaluates to the code:
 // `return REPORT_STATUS(VfStatusCodes::FileNotFound, path);`
 #define REPORT_STATUS(...) ::Crosscutting::reportStatusFromSite(__FILE__, __LINE__, Q_FUNC_INFO, __VA_ARGS__)
 

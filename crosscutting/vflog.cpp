@@ -4,13 +4,24 @@
 
 namespace Crosscutting {
 
-// Matches every string, the empty one included (Part 4.1).
+// Matches every string, the empty one included.
 const QRegularExpression VfLog::s_defaultNamespaceFilter(QStringLiteral("[\\s\\S]?"));
+
+namespace {
+
+// True for the default filter's pattern, whatever its options: it matches every string.
+bool matchesEverything(const QRegularExpression& filter)
+{
+    return filter.pattern() == QLatin1String("[\\s\\S]?");
+}
+
+} // namespace
 
 VfLog::VfLog(QObject* parent)
     : QObject(parent)
     , m_enabled(true)
     , m_namespaceFilter(s_defaultNamespaceFilter)
+    , m_filterMatchesEverything(true)
 {
 }
 
@@ -32,6 +43,7 @@ bool VfLog::isLogEnable()
 void VfLog::setNamespaceFilter(QRegularExpression const& namespaceFilter)
 {
     m_namespaceFilter = namespaceFilter;
+    m_filterMatchesEverything = matchesEverything(namespaceFilter);
 }
 
 QRegularExpression VfLog::namespaceFilter() const
@@ -42,6 +54,7 @@ QRegularExpression VfLog::namespaceFilter() const
 void VfLog::resetNamespaceFilter()
 {
     m_namespaceFilter = s_defaultNamespaceFilter;
+    m_filterMatchesEverything = true;
 }
 
 void VfLog::addLogEntry(const QSharedPointer<VfSourceContext>& sourceContext,
@@ -52,12 +65,17 @@ void VfLog::addLogEntry(const QSharedPointer<VfSourceContext>& sourceContext,
         return;
     if (!m_enabled)
         return;
-    // The filter sees the namespace only, unanchored (Part 4.1).
-    if (!m_namespaceFilter.match(sourceContext->sourceNamespace(), 0, QRegularExpression::NormalMatch,
-                                 QRegularExpression::NoMatchOption)
-             .hasMatch())
+    // The filter sees the namespace only, unanchored. The default filter passes everything, so its
+    // match is left out.
+    if (!m_filterMatchesEverything
+        && !m_namespaceFilter
+                .match(sourceContext->sourceNamespace(), 0, QRegularExpression::NormalMatch,
+                       QRegularExpression::NoMatchOption)
+                .hasMatch())
         return;
-    QSharedPointer<const VfLogEntry> logEntry(new VfLogEntry(sourceContext, severity, message));
+    // One allocation for the entry and its reference count.
+    const QSharedPointer<const VfLogEntry> logEntry =
+        QSharedPointer<const VfLogEntry>::create(sourceContext, severity, message);
     emit logEntryReady(logEntry);
 }
 

@@ -13,7 +13,7 @@
 
 namespace Crosscutting {
 
-// One logical log: an on/off switch and a namespace filter that decide whether an entry exists (Part 4.1).
+// One logical log: an on/off switch and a namespace filter that decide whether an entry exists.
 class VFCROSSCUTTING_EXPORT VfLog : public QObject
 {
     Q_OBJECT
@@ -37,6 +37,7 @@ signals:
 private:
     bool m_enabled;
     QRegularExpression m_namespaceFilter;
+    bool m_filterMatchesEverything; // the filter is the default one, which needs no match to pass
 
     static const QRegularExpression s_defaultNamespaceFilter;
 };

@@ -5,13 +5,14 @@
 #include "vfsourcecontext.h"
 #include "vfstaticstatusinfo.h"
 
+#include <QByteArray>
 #include <QMetaType>
 #include <QSharedPointer>
 #include <QString>
 
 namespace Crosscutting {
 
-// One immutable log record: context, severity and message (Part 4.1). Travels as QSharedPointer<const VfLogEntry>.
+// One immutable log record: context, severity and message. Travels as QSharedPointer<const VfLogEntry>.
 class VFCROSSCUTTING_EXPORT VfLogEntry
 {
 public:
@@ -26,7 +27,8 @@ public:
 private:
     QSharedPointer<VfSourceContext> m_sourceContext;
     VfStaticStatusInfo::VfStatusSeverity m_severity;
-    QString m_message;
+    bool m_latin1;    // m_message holds Latin-1, one byte a character, rather than UTF-16
+    QByteArray m_message; // an entry waits in a writer's queue until the flush: kept small
 };
 
 } // namespace Crosscutting

@@ -213,8 +213,10 @@ void VfLogManager::logStatusChange(const VfStatusChangeEvent& statusChangeEvent)
     if (stopForCrashExit())
         return;
     const QSharedPointer<VfStaticStatusInfo> statusInfo = statusChangeEvent.statusInfo();
-    // The only line end the entry gets.
-    const QString text = statusInfo->toString(VfStaticStatusInfo::SingleLineLongForm) + QLatin1Char('\n');
+    // The only line end the entry gets, appended in place: the text has room for it, so the queued
+    // entry holds no spare capacity.
+    QString text = statusInfo->toString(VfStaticStatusInfo::SingleLineLongForm);
+    text += QLatin1Char('\n');
     addLogEntry(statusChangeEvent.sourceContext(), statusInfo->severity(), text, StatusLog);
 }
 

@@ -7,11 +7,13 @@
 #include <QObject>
 #include <QString>
 
+#include <atomic>
+
 namespace Crosscutting {
 
-// One catalogue record: title, description, severity and category of a status (Part 2.2).
+// One catalogue record: title, description, severity and category of a status.
 // VfDisplayable is a private base written without an access specifier, which moc takes for public:
-// so the meta-cast answers to "VfDisplayable" too, as Part 2.2 requires.
+// so the meta-cast answers to "VfDisplayable" too, as callers that cast to it rely on.
 class VFCROSSCUTTING_EXPORT VfStaticStatusInfo : public QObject, VfDisplayable
 {
     Q_OBJECT
@@ -50,10 +52,15 @@ public:
     QString toString(DisplayFormat format) const override;
 
 private:
+    friend class VfStatusReporter;
+    // The number of place markers ("%" and one or two digits) in the description, counted once.
+    int markerCount() const;
+
     QString m_title;
     QString m_description;
     VfStatusSeverity m_severity;
     VfStatusCategory m_category;
+    mutable std::atomic<int> m_markerCount; // -1 until counted
 };
 
 } // namespace Crosscutting

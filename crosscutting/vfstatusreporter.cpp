@@ -6,13 +6,12 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QMetaEnum>
-#include <QRegularExpression>
 
 namespace Crosscutting {
 
 namespace {
 
-// Resolves a key of an enumeration published by T; -1 for an unknown enumeration or key (Part 2.1).
+// Resolves a key of an enumeration published by T; -1 for an unknown enumeration or key.
 template <typename T>
 int enumKeyToValue(const char* enumName, const QString& key)
 {
@@ -29,7 +28,7 @@ VfStatusReporter::VfStatusReporter(QObject* parent)
     : VfAbstractStatusReporter(parent)
     , m_frameworkStatusCodesPath(QStringLiteral(":/configuration/statuscodes_framework.json"))
 {
-    // Part 2.1: the result is ignored so that construction stays silent.
+    // The result is ignored so that construction stays silent.
     loadFrameworkStatusCodes();
 }
 
@@ -44,15 +43,20 @@ VfStatusReporter::~VfStatusReporter()
 StatusCode VfStatusReporter::reportStatus(StatusCode statusCode, VfSourceContext& sourceContext)
 {
     QSharedPointer<VfSourceContext> context(&sourceContext);
-    if (m_frameworkStatusCodes.contains(statusCode)) {
-        emit statusChangeOccurred(createStatusChangeEvent(statusCode, context, *m_frameworkStatusCodes[statusCode]));
-    } else if (m_applicationStatusCodes.contains(statusCode)) {
-        emit statusChangeOccurred(createStatusChangeEvent(statusCode, context, *m_applicationStatusCodes[statusCode]));
-    } else {
-        // Part 2.3: through the service access object, not this; ends after one level because
-        // the catalogue holds the record of code 61 with one marker.
-        REPORT_STATUS(VfStatusCodes::ReportStatusStatusCodeNotRecognized, QString::number(statusCode));
+    // The tables do not change after construction, so they are read without a lock.
+    const auto framework = m_frameworkStatusCodes.constFind(statusCode);
+    if (framework != m_frameworkStatusCodes.constEnd()) {
+        emit statusChangeOccurred(createStatusChangeEvent(statusCode, context, **framework));
+        return statusCode;
     }
+    const auto application = m_applicationStatusCodes.constFind(statusCode);
+    if (application != m_applicationStatusCodes.constEnd()) {
+        emit statusChangeOccurred(createStatusChangeEvent(statusCode, context, **application));
+        return statusCode;
+    }
+    // Through the service access object, not this. It ends after one level because the
+    // catalogue holds the record of ReportStatusStatusCodeNotRecognized with one marker.
+    REPORT_STATUS(VfStatusCodes::ReportStatusStatusCodeNotRecognized, QString::number(statusCode));
     return statusCode;
 }
 
@@ -60,22 +64,20 @@ VfStatusChangeEvent VfStatusReporter::createStatusChangeEvent(StatusCode statusC
                                                               const QSharedPointer<VfSourceContext>& sourceContext,
                                                               const VfStaticStatusInfo& statusInfo)
 {
-    // Built once: the spec allows it so long as the count stays the same (Part 2.3).
-    static const QRegularExpression markerExpression(QStringLiteral("%\\d{1,2}"));
-
     const QStringList arguments = sourceContext->additionalInfo();
     QString text = statusInfo.description();
     for (const QString& argument : arguments)
         text = text.arg(argument, 0, QLatin1Char(' '));
 
-    const int markerCount = statusInfo.description().count(markerExpression);
+    // The markers of the catalogue's template, not of the filled text, each occurrence counted.
+    const int markerCount = statusInfo.markerCount();
     if (markerCount != arguments.size()) {
         REPORT_STATUS(VfStatusCodes::ReportStatusInvalidArgCount, QString::number(statusCode),
                       QString::number(arguments.size()), QString::number(markerCount));
     }
 
-    QSharedPointer<VfStaticStatusInfo> filled(
-        new VfStaticStatusInfo(statusInfo.title(), text, statusInfo.severity(), statusInfo.category(), nullptr));
+    QSharedPointer<VfStaticStatusInfo> filled = QSharedPointer<VfStaticStatusInfo>::create(
+        statusInfo.title(), text, statusInfo.severity(), statusInfo.category(), nullptr);
     return VfStatusChangeEvent(statusCode, sourceContext, filled);
 }
 
@@ -92,7 +94,8 @@ StatusCode VfStatusReporter::loadFrameworkStatusCodes()
             continue;
         VfStatusCodes::VfStatusCode code;
         VfStaticStatusInfo* info = createStaticStatusInfoObjectFromJsonObject(value.toObject(), &code);
-        // Part 2.1: a repeated code overwrites and leaves the earlier record allocated.
+        // A repeated code overwrites and leaves the earlier record allocated: it costs nothing in a
+        // correct catalogue.
         if (info)
             m_frameworkStatusCodes[code] = info;
     }
@@ -112,7 +115,7 @@ VfStaticStatusInfo* VfStatusReporter::createStaticStatusInfoObjectFromJsonObject
     const int severityValue = enumKeyToValue<VfStaticStatusInfo>("VfStatusSeverity", severity);
     const int categoryValue = enumKeyToValue<VfStaticStatusInfo>("VfStatusCategory", category);
 
-    // Widened with its sign: an unknown name becomes 0xFFFFFFFFFFFFFFFF (Part 2.1).
+    // Widened with its sign: an unknown name becomes 0xFFFFFFFFFFFFFFFF.
     *statusCodeOut = static_cast<VfStatusCodes::VfStatusCode>(static_cast<unsigned long long>(static_cast<long long>(code)));
     return new VfStaticStatusInfo(title, description,
                                   static_cast<VfStaticStatusInfo::VfStatusSeverity>(static_cast<quint8>(severityValue)),

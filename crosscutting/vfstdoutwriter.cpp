@@ -2,27 +2,19 @@
 
 #include "vfcrosscuttingmanagerplaceholder.h"
 
-#include <QRegularExpression>
-
 #include <cstdio>
 
-namespace {
-
-// Case-sensitive: the class name's capital decides (Part 4.3).
-const QRegularExpression s_frameworkClassExpression(QStringLiteral("^Vf.*"));
-const QRegularExpression s_qtClassExpression(QStringLiteral("^Q.*"));
-
-} // namespace
-
+// The class name's first letters decide, case-sensitively: "^Vf.*" and "^Q.*" match exactly the
+// names that begin with "Vf" and "Q", so a prefix test gives their answer without a match.
 Crosscutting::MessageSource sourceForLogEntry(QSharedPointer<const Crosscutting::VfLogEntry> logEntry)
 {
     using namespace Crosscutting;
     const QSharedPointer<VfSourceContext> context = logEntry->sourceContext();
     const QString module = context->sourceModule();
     const QString sourceClass = context->sourceClass();
-    if (s_frameworkClassExpression.match(sourceClass).hasMatch())
+    if (sourceClass.startsWith(QLatin1String("Vf"), Qt::CaseSensitive))
         return module == QLatin1String("VfDebug") ? FrameworkDebugSource : FrameworkSource;
-    if (s_qtClassExpression.match(sourceClass).hasMatch())
+    if (sourceClass.startsWith(QLatin1Char('Q'), Qt::CaseSensitive))
         return QtSource;
     return module == QLatin1String("appDebug") ? ApplicationDebugSource : ApplicationSource;
 }
@@ -54,16 +46,20 @@ bool VfStdOutWriter::copyLogTo(QDir const& directory)
 
 bool VfStdOutWriter::writeToLog(QSharedPointer<const VfLogEntry> logEntry)
 {
-    // A copy per entry, so the handler needs no lock (Part 4.3).
+    // A copy per entry, so the handler needs no lock.
     const std::function<bool(MessageSource, char const*)> handler =
         VfCrosscuttingManagerPlaceholder::instance()->logManager()->ignoreHandler();
     const MessageSource source = sourceForLogEntry(logEntry);
-    const QByteArray handlerText = logEntry->message().trimmed().toLatin1();
+    // The handler sees the message trimmed, in Latin-1; the trim is a view, so only the bytes are made.
+    const QString message = logEntry->message();
+    const QByteArray handlerText = message.midRef(0).trimmed().toLatin1();
     if (handler(source, handlerText.constData()))
         return true;
-    // No line end added: the message carries its own (Part 4.3).
-    const QString line = logEntry->sourceContext()->toString(VfSourceContext::ShortForm) + QLatin1Char(' ')
-        + logEntry->message();
+    // No line end added: the message carries its own.
+    QString line = logEntry->sourceContext()->toString(VfSourceContext::ShortForm);
+    line.reserve(line.size() + 1 + message.size());
+    line += QLatin1Char(' ');
+    line += message;
     std::fputs(line.toLocal8Bit().constData(), stdout);
     std::fflush(stdout);
     return true;
