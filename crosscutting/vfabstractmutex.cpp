@@ -115,14 +115,4 @@ void VfAbstractMutex::printAllAvailableMutexData()
         printMutexTrackingData();
 }
 
-// Deliberately empty and not connected to m_mutexTools, so that a lock costs no more than a timed
-// QMutex lock. A program that wants lock diagnostics calls the tools itself.
-void VfAbstractMutex::lockPostProcessing(unsigned long long, char const*, char const*, int, char const*)
-{
-}
-
-void VfAbstractMutex::unlockPostProcessing(unsigned long long)
-{
-}
-
 } // namespace Crosscutting

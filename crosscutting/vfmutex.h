@@ -14,8 +14,9 @@ class VFCROSSCUTTING_EXPORT VfMutex final : public VfAbstractMutex
 public:
     VfMutex(unsigned int timeoutMs);
 
-    bool lock() override;
-    void unlock() override;
+    // Inline, so that a VfMutexLocker costs one call into Qt each way, as a QMutexLocker does.
+    bool lock() override { return m_mutex.tryLock(static_cast<int>(m_timeout)); }
+    void unlock() override { m_mutex.unlock(); }
     bool tryLock(int const& timeout) override;
 
 private:

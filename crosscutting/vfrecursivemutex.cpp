@@ -10,18 +10,6 @@ VfRecursiveMutex::VfRecursiveMutex(unsigned int timeoutMs)
 {
 }
 
-bool VfRecursiveMutex::lock()
-{
-    // Never an unbounded QMutex::lock(). The wait goes to Qt bit for bit: above INT_MAX it turns
-    // negative, which Qt reads as no limit.
-    return m_mutex.tryLock(static_cast<int>(m_timeout));
-}
-
-void VfRecursiveMutex::unlock()
-{
-    m_mutex.unlock();
-}
-
 bool VfRecursiveMutex::tryLock(int const& timeout)
 {
     return m_mutex.tryLock(timeout);
