@@ -86,8 +86,9 @@ private slots:
     void resolvesRealBacktrace()
     {
         QFETCH(bool, olderLibc);
-        if (qEnvironmentVariableIsSet("VF_SANITIZE"))
-            QSKIP("the sanitizers' runtime changes the frames of the capture");
+#if defined(__SANITIZE_ADDRESS__)
+        QSKIP("the sanitizers' runtime changes the frames of the capture");
+#endif
         QFile::remove(path("captured"));
         QCOMPARE(run(QCoreApplication::applicationFilePath(), {"capture", path("captured")}).exitCode, 0);
         QByteArray raw = VfTest::readFile(path("captured"));
