@@ -6,7 +6,7 @@
 #include <iostream>
 #include <sstream>
 
-// Collects what std::cout receives while it lives (the mutex diagnostics print there, Part 5.2).
+// Collects what std::cout receives while it lives (the mutex diagnostics print there).
 class CoutCapture
 {
 public:
