@@ -4,7 +4,6 @@
 #include "vfutilities.h"
 #include "vftestsupport.h"
 
-#include <QSocketNotifier>
 #include <QtTest>
 
 #include <csignal>
@@ -24,21 +23,31 @@ const bool sanitized = false;
 
 // Named frames: the program is linked with -rdynamic and built without optimisation (tst_faults.cmake).
 namespace Probe {
-__attribute__((noinline)) void raiseSignal(int sig)
+__attribute__((always_inline)) inline void illegalInstruction()
 {
+    asm volatile("nop");
+    asm volatile("ud2"); // the byte before the faulting instruction belongs to the line before
+}
+const int faultLine = __LINE__ - 2;
+__attribute__((always_inline)) inline void inlinedCaller()
+{
+    illegalInstruction(); asm volatile("");
+}
+const int inlinedLine = __LINE__ - 2;
+__attribute__((noinline)) void crash(int sig)
+{
+    if (sig == SIGILL)
+        inlinedCaller();
     raise(sig);
 }
-__attribute__((noinline)) void captureRaw(const QString& path)
-{
-    VfUtilities::logBackTraceNoDemangle(QFile::encodeName(path).constData());
-}
+const int crashLine = __LINE__ - 3;
 __attribute__((noinline)) int recurse(int depth, const QString& path)
 {
-    return depth == 0 ? (captureRaw(path), 0) : recurse(depth - 1, path) + 1;
+    if (depth == 0)
+        VfUtilities::logBackTraceNoDemangle(QFile::encodeName(path).constData());
+    return depth == 0 ? 0 : recurse(depth - 1, path) + 1;
 }
-struct ATypeWithALongNameThatIsRepeatedForEveryParameter
-{
-};
+struct ATypeWithALongNameThatIsRepeatedForEveryParameter {};
 using P = ATypeWithALongNameThatIsRepeatedForEveryParameter;
 __attribute__((noinline)) void longName(const QString& path, P, P, P, P, P)
 {
@@ -46,44 +55,32 @@ __attribute__((noinline)) void longName(const QString& path, P, P, P, P, P)
 }
 } // namespace Probe
 
-// Not a mangled name: the demangler refuses it.
-extern "C" __attribute__((noinline)) void vf_plain_caller(const QString* path)
-{
-    VfUtilities::logBackTrace(*path);
-}
-
 namespace {
 
 const QString logs = QStringLiteral("/etc/tarvion/logs");
 
-QList<QByteArray> lines(const QString& path)
+QStringList lines(const QString& path)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll().split('\n') : QList<QByteArray>();
+    return QString::fromLatin1(VfTest::readFile(path)).split('\n');
 }
 
-int mode(const QString& path)
+// status: the exit code, or minus the signal that ended the program; -1000 when it did not end.
+struct Run { int status; QByteArray out, err; };
+Run run(const QString& program, const QStringList& arguments, const QString& path = "/none")
 {
-    struct stat info;
-    return stat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 07777) : -1;
-}
-
-bool matches(const QString& pattern, const QByteArray& line)
-{
-    return QRegularExpression(pattern).match(QString::fromLatin1(line)).hasMatch();
-}
-
-// This program again, as a child: "--crash SIG", "--crash-while-logging" or "--stdin-closed PATH".
-QProcess* child(const QStringList& arguments, const QString& path = QString())
-{
-    auto* process = new QProcess;
+    QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    if (!path.isEmpty())
-        environment.insert(QStringLiteral("PATH"), path);
-    process->setProcessEnvironment(environment);
-    process->start(QCoreApplication::applicationFilePath(), arguments);
-    process->waitForFinished(60000);
-    return process;
+    environment.insert(QStringLiteral("PATH"), path);
+    process.setProcessEnvironment(environment);
+    process.start(program, arguments);
+    const bool ended = process.waitForFinished(120000);
+    const int code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -process.exitCode();
+    return {ended ? code : -1000, process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+Run child(const QStringList& arguments, const QString& path = "/none")
+{
+    return run(QCoreApplication::applicationFilePath(), arguments, path);
 }
 
 // The REPORT_STATUS and Qt message roads on two threads while a third raises SIGFPE.
@@ -95,6 +92,7 @@ QProcess* child(const QStringList& arguments, const QString& path = QString())
     }
 }
 
+// This program again: "--crash SIG" (SIGABRT through qFatal), "--crash-while-logging" or "--stdin-closed PATH".
 int childMain(int argc, char** argv)
 {
     if (qstrcmp(argv[1], "--stdin-closed") == 0) {
@@ -109,8 +107,10 @@ int childMain(int argc, char** argv)
     std::atexit([] { std::printf("atexit handler ran"); });
     qInstallMessageHandler(&logMessageHandler);
     VfCrosscuttingManagerPlaceholder::instance()->initializePlatformSpecificFunctionality();
+    if (qstrcmp(argv[1], "--crash") == 0 && atoi(argv[2]) == SIGABRT)
+        qFatal("fatal");
     if (qstrcmp(argv[1], "--crash") == 0)
-        Probe::raiseSignal(atoi(argv[2]));
+        Probe::crash(atoi(argv[2]));
     std::thread second(&logForever);
     std::thread worker([] {
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
@@ -124,28 +124,21 @@ int childMain(int argc, char** argv)
 class tst_Faults : public QObject
 {
     Q_OBJECT
+    QTemporaryDir m_dir;
+    QString path(const char* name) const { return m_dir.filePath(name); }
 private slots:
     void signalsReachTheEventLoop()
     {
         QList<int> calls;
-        const auto record = [&](int number) {
-            QCOMPARE(QThread::currentThread(), thread());
-            calls.append(number);
-        };
-        struct sigaction before, after;
-        sigaction(SIGUSR2, nullptr, &before);
+        const auto record = [&](int number) { calls.append(number); };
         // SIGKILL cannot be caught; the others of the map are installed all the same.
         auto* handler = new VfUnixSignalHandler({{SIGKILL, record}, {SIGTERM, record}, {SIGUSR1, record}}, nullptr);
-        QCOMPARE(raise(SIGTERM), 0);
-        QCOMPARE(kill(getpid(), SIGUSR1), 0);
-        QCOMPARE(raise(SIGUSR1), 0);
+        QCOMPARE(raise(SIGTERM) + kill(getpid(), SIGUSR1) + raise(SIGUSR1), 0);
         QVERIFY(calls.isEmpty()); // the callbacks wait for the event loop
         QTRY_COMPARE(calls, (QList<int>{SIGTERM, SIGUSR1, SIGUSR1}));
-        sigaction(SIGUSR2, nullptr, &after);
-        QVERIFY(after.sa_handler == before.sa_handler);
         delete handler;
         // Nothing is restored: the signal still only writes to the socket, and the process lives on.
-        QCOMPARE(raise(SIGTERM), 0);
+        raise(SIGTERM);
         QTest::qWait(100);
         QCOMPARE(calls.size(), 3);
     }
@@ -153,140 +146,179 @@ private slots:
     void crashHandler_data()
     {
         QTest::addColumn<int>("sig");
-        QTest::addColumn<QString>("tool"); // demangle_backtrace on PATH: real, fake or none
+        QTest::addColumn<bool>("tool"); // demangle_backtrace on PATH
         QTest::addColumn<bool>("logsDirectory");
-        QTest::addColumn<bool>("demangled");
-        QTest::newRow("SIGHUP") << int(SIGHUP) << "real" << true << true;
-        QTest::newRow("SIGFPE") << int(SIGFPE) << "real" << true << true;
-        QTest::newRow("SIGILL") << int(SIGILL) << "real" << true << true;
-        QTest::newRow("SIGSEGV keeps its default action") << int(SIGSEGV) << "real" << true << false;
-        QTest::newRow("no demangle_backtrace") << int(SIGHUP) << "none" << true << false;
-        QTest::newRow("demangle_backtrace gets both paths") << int(SIGHUP) << "fake" << true << false;
-        QTest::newRow("no logs directory") << int(SIGHUP) << "real" << false << false;
+        QTest::newRow("SIGHUP") << int(SIGHUP) << true << true;
+        QTest::newRow("SIGFPE") << int(SIGFPE) << true << true;
+        QTest::newRow("SIGILL") << int(SIGILL) << true << true;
+        QTest::newRow("SIGSEGV keeps its default action") << int(SIGSEGV) << true << true;
+        QTest::newRow("qFatal aborts") << int(SIGABRT) << true << true;
+        QTest::newRow("no demangle_backtrace") << int(SIGHUP) << false << true;
+        QTest::newRow("no logs directory") << int(SIGHUP) << true << false;
     }
 
     void crashHandler()
     {
         QFETCH(int, sig);
-        QFETCH(QString, tool);
+        QFETCH(bool, tool);
         QFETCH(bool, logsDirectory);
-        QFETCH(bool, demangled);
         if (sanitized && sig == SIGSEGV)
             QSKIP("the address sanitizer takes over SIGSEGV");
         QVERIFY2(VfTest::isSandboxed(), "run through tests/sandbox-run");
         QDir(logs).removeRecursively();
         QVERIFY(!logsDirectory || QDir().mkpath(logs));
-        QTemporaryDir fakes;
-        VfTest::writeFakeProgram(fakes.path(), QStringLiteral("demangle_backtrace"),
-                                 QStringLiteral("printf '%s\\n' \"$@\" > /etc/tarvion/logs/arguments\n"));
-        const QString tools = QFileInfo(QStringLiteral(DEMANGLE_BACKTRACE)).absolutePath();
-        QScopedPointer<QProcess> run(child({"--crash", QString::number(sig)},
-                                           tool == "real" ? tools : tool == "fake" ? fakes.path() : "/none"));
-        const QList<QByteArray> frames = lines(logs + "/backTrace");
-        if (sig == SIGSEGV) {
-            QCOMPARE(run->exitStatus(), QProcess::CrashExit);
-            QCOMPARE(run->exitCode(), SIGSEGV);
-            QVERIFY(frames.isEmpty());
+        const Run crash = child({"--crash", QString::number(sig)}, tool ? QFileInfo(DEMANGLE_BACKTRACE).path() : "/none");
+        if (sig == SIGSEGV || sig == SIGABRT) {
+            QCOMPARE(crash.status, -sig);
+            QVERIFY(!QFileInfo::exists(logs + "/backTrace"));
+            // What was queued reaches the file before abort().
+            QCOMPARE(VfTest::readFile(logs + "/velmar.log").endsWith("] fatal\n"), sig == SIGABRT);
             return;
         }
         // A crash ends with exit(0), atexit handlers and all: the supervisors of the instruments
         // restart a program on any other status, and they rely on that.
-        QCOMPARE(run->exitStatus(), QProcess::NormalExit);
-        QCOMPARE(run->exitCode(), 0);
-        QCOMPARE(run->readAllStandardOutput(), QByteArray("atexit handler ran"));
-        QCOMPARE(frames.size() > 4, logsDirectory);
-        if (logsDirectory && !sanitized) {
-            QVERIFY(frames.at(0).contains("_ZN12Crosscutting11VfUtilities22logBackTraceNoDemangleEPKc"));
-            QVERIFY(frames.at(1).contains("_ZN12Crosscutting25linuxGeneralSignalHandlerEj10sigcontext"));
-            QVERIFY(frames.join().contains("(_ZN5Probe11raiseSignalEi+0x"));
-        }
-        QCOMPARE(lines(logs + "/backTraceDemangled").join().contains("Crosscutting::linuxGeneralSignalHandler(unsigned"),
-                 demangled);
-        if (tool == "fake")
-            QCOMPARE(lines(logs + "/arguments"),
-                     (QList<QByteArray>{"/etc/tarvion/logs/backTrace", "/etc/tarvion/logs/backTraceDemangled", ""}));
+        QCOMPARE(crash.status, 0);
+        QCOMPARE(crash.out, QByteArray("atexit handler ran"));
+        QCOMPARE(lines(logs + "/backTrace").size() > 4, logsDirectory);
+        QCOMPARE(VfTest::readFile(logs + "/backTraceDemangled").contains("Crosscutting::linuxGeneralSignalHandler(unsigned"),
+                 tool && logsDirectory);
         QCOMPARE(QFileInfo::exists(logs), logsDirectory);
     }
 
     void crashWhileLogging()
     {
         QVERIFY(QDir().mkpath(logs));
-        for (int run = 0; run < 20; ++run) {
+        for (int i = 0; i < 20; ++i) {
             QFile::remove(logs + "/backTrace");
-            QScopedPointer<QProcess> process(child({"--crash-while-logging"}));
-            process->kill(); // a hung child fails below
-            QCOMPARE(process->exitStatus(), QProcess::NormalExit);
-            QCOMPARE(process->exitCode(), 0);
+            QCOMPARE(child({"--crash-while-logging"}).status, 0);
             QVERIFY(QFileInfo(logs + "/backTrace").size() > 0);
         }
     }
 
-    void rawBacktrace()
+    void backtraceFiles()
     {
         if (sanitized)
             QSKIP("checks exact stack frames");
-        QTemporaryDir directory;
-        const QString path = directory.filePath("raw");
-        // 100 frames at most: the innermost stay. A longer file keeps its tail: no O_TRUNC.
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(QByteArray(200000, '~')) == 200000);
-        file.close();
-        Probe::recurse(150, path);
-        QList<QByteArray> frames = lines(path);
+        QVERIFY(VfTest::writeFile(path("raw"), QByteArray(200000, '~')) && VfTest::writeFile(path("trace"), QByteArray(200000, '~')));
+        // 100 frames at most, the innermost. The raw capture does not truncate: the older file keeps its tail.
+        Probe::recurse(150, path("raw"));
+        const QStringList frames = lines(path("raw"));
         QCOMPARE(frames.size(), 101);
-        QCOMPARE(frames.at(100), QByteArray(200000 - frames.mid(0, 100).join('\n').size() - 1, '~'));
-        QVERIFY(frames.at(0).contains("_ZN12Crosscutting11VfUtilities22logBackTraceNoDemangleEPKc"));
-        QVERIFY(frames.at(1).contains("(_ZN5Probe10captureRawERK7QString+0x"));
-        QVERIFY(frames.at(99).contains("_ZN5Probe7recurseEiRK7QString"));
-        QVERIFY(matches("^\\S.*\\[0x[0-9a-f]+\\]$", frames.at(99)));
-        QCOMPARE(mode(path), 0644); // an existing file keeps its mode
-
-        // A new file is for its owner alone, less the umask.
+        QCOMPARE(frames.at(100), QString(200000 - frames.mid(0, 100).join('\n').size() - 1, '~'));
+        QVERIFY(frames.at(1).contains("(_ZN5Probe7recurseEiRK7QString+0x"));
+        // A new file is for its owner alone, less the umask; a missing directory is not made.
         const mode_t previous = umask(0277);
-        Probe::captureRaw(directory.filePath("new"));
+        Probe::recurse(0, path("new"));
         umask(previous);
-        QCOMPARE(mode(directory.filePath("new")), 0400);
-        Probe::captureRaw(directory.filePath("missing/raw"));
-        QVERIFY(!QFileInfo::exists(directory.filePath("missing")));
+        struct stat info;
+        QVERIFY(stat(QFile::encodeName(path("new")).constData(), &info) == 0 && (info.st_mode & 07777) == 0400);
+        Probe::recurse(0, path("missing/raw"));
+        VfUtilities::logBackTrace(path("missing/trace"));
+        QVERIFY(!QFileInfo::exists(path("missing")));
+
+        // The demangled capture truncates, stamps the local time to the millisecond, leaves out its own
+        // frame, writes a name longer than the demangler's first buffer whole, and a C name with "()".
+        const QDateTime before = QDateTime::currentDateTime();
+        Probe::longName(path("trace"), {}, {}, {}, {}, {});
+        const QDateTime after = QDateTime::currentDateTime();
+        const QStringList trace = lines(path("trace"));
+        QStringList stamps;
+        for (QDateTime t = before; t <= after; t = t.addMSecs(1))
+            stamps << '[' + t.toString("MM-dd-yy hh:mm:ss.zzz AP") + "] Backtrace: ";
+        QVERIFY2(stamps.contains(trace.at(0)), qPrintable(trace.at(0)));
+        const QString name = QString(" : Probe::longName(QString const&, %1, %1, %1, %1, %1)+0x")
+                                 .arg("Probe::ATypeWithALongNameThatIsRepeatedForEveryParameter");
+        QVERIFY2(trace.at(1).startsWith(' ') && trace.at(1).contains(name), qPrintable(trace.at(1)));
+        QCOMPARE(trace.filter(QRegularExpression("^ \\S+ : main\\(\\)\\+0x[0-9a-f]+$")).size(), 1);
+        QCOMPARE(trace.last(), QString());
 
         // The open is tested against 0, not -1, and instruments rely on that: with standard input
         // closed the file gets descriptor 0, and the capture returns at once, leaving it empty and open.
-        QScopedPointer<QProcess> process(child({"--stdin-closed", directory.filePath("stdin")}));
-        QCOMPARE(process->readAllStandardOutput(), QByteArray("descriptor 0 open"));
-        QCOMPARE(lines(directory.filePath("stdin")), QList<QByteArray>{""});
+        QCOMPARE(child({"--stdin-closed", path("stdin")}).out, QByteArray("descriptor 0 open"));
+        QCOMPARE(VfTest::readFile(path("stdin")), QByteArray());
     }
 
-    void backtraceFile()
+    void demangleArguments_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("said");
+        QTest::newRow("--help") << QStringList{"--help"} << 0 << "\nEXIT STATUS\n";
+        QTest::newRow("no arguments") << QStringList() << 2 << "usage: ";
+        QTest::newRow("missing RAW") << QStringList{path("none"), path("out")} << 1 << path("none");
+        QTest::newRow("RAW is a directory") << QStringList{m_dir.path(), path("out")} << 1 << "Is a directory";
+        QTest::newRow("OUT cannot be made") << QStringList{DEMANGLE_BACKTRACE, path("no/out")} << 1 << path("no/out");
+    }
+    void demangleArguments()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, said);
+        const Run result = run(DEMANGLE_BACKTRACE, arguments);
+        QTEST(result.status, "exitCode");
+        QVERIFY2((result.out + result.err).contains(said.toUtf8()), result.err.constData());
+        QVERIFY(!QFile::exists(path("out")));
+    }
+
+    // The tool needs no other program (PATH is empty), as on an instrument without binutils.
+    void demangleCopiesWhatItCannotResolve_data()
+    {
+        QTest::addColumn<QByteArray>("raw");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("empty") << QByteArray() << QByteArray();
+        QTest::newRow("lines that are no frames") << QByteArray("[0x1000]\n(((\n[0xZZ]\n[0x12\n\x01\xff text\n[0x2000]\nlast")
+                                                  << QByteArray("#0 [0x1000]\n(((\n[0xZZ]\n[0x12\n\x01\xff text\n#1 [0x2000]\nlast\n");
+        QTest::newRow("unknown modules") << QByteArray("/no/module(+0x10) [0x55d000000010]\n/no/lib.so(_ZN3Foo3barEv+0x10) [0x7f0000001010]\n[0x00007f00deadbeef]\n")
+                                         << QByteArray("#0 /no/module(+0x10) [0x55d000000010]\n#1 /no/lib.so: Foo::bar()+0x10\n#2 [0x00007f00deadbeef]\n");
+    }
+    void demangleCopiesWhatItCannotResolve()
+    {
+        QFETCH(QByteArray, raw);
+        QFETCH(QByteArray, expected);
+        QVERIFY(VfTest::writeFile(path("raw"), raw) && VfTest::writeFile(path("longer"), QByteArray(10000, 'x')));
+        QCOMPARE(run(DEMANGLE_BACKTRACE, {path("raw"), path("longer")}).status, 0);
+        QCOMPARE(VfTest::readFile(path("longer")), expected);
+        QCOMPARE(run(DEMANGLE_BACKTRACE, {path("raw"), "-"}).out, expected);
+    }
+
+    void demangleCrash()
     {
         if (sanitized)
-            QSKIP("checks exact stack frames");
-        QTemporaryDir directory;
-        const QString path = directory.filePath("trace");
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(QByteArray(200000, '~')) == 200000);
-        file.close();
-        const QDateTime before = QDateTime::currentDateTime();
-        vf_plain_caller(&path);
-        const QDateTime after = QDateTime::currentDateTime();
-        QList<QByteArray> frames = lines(path);
-        QStringList stamps; // the local time of the call, to the millisecond
-        for (QDateTime t = before; t <= after; t = t.addMSecs(1))
-            stamps << '[' + t.toString("MM-dd-yy hh:mm:ss.zzz AP") + "] Backtrace: ";
-        QVERIFY2(stamps.contains(frames.at(0)), frames.at(0).constData());
-        QCOMPARE(frames.last(), QByteArray()); // the old file is truncated
-        // Frame 0, logBackTrace itself, is left out; a name that is not mangled gets empty parentheses.
-        const QString module = QRegularExpression::escape(QCoreApplication::applicationFilePath());
-        QVERIFY2(matches(QString("^ %1 : vf_plain_caller\\(\\)\\+0x[0-9a-f]+$").arg(module), frames.at(1)),
-                 frames.at(1).constData());
-        QVERIFY(frames.at(2).contains(" : tst_Faults::backtraceFile()+0x"));
+            QSKIP("the sanitizers' runtime changes the frames of the capture");
+        QVERIFY(QDir(logs).removeRecursively() && QDir().mkpath(logs));
+        QCOMPARE(child({"--crash", QString::number(SIGILL)}, QFileInfo(DEMANGLE_BACKTRACE).path()).status, 0);
+        const QByteArray demangled = VfTest::readFile(logs + "/backTraceDemangled");
+        // The form of older C libraries, a blank before the address and CRLF, gives the same frames.
+        QVERIFY(VfTest::writeFile(path("older"), VfTest::readFile(logs + "/backTrace").replace(")[", ") [").replace("\n", "\r\n")));
+        QCOMPARE(run(DEMANGLE_BACKTRACE, {path("older"), "-"}).out, demangled);
+        // Offsets change with every build; the names, the lines and the functions inlined, innermost first, do not.
+        const QString text = QString::fromUtf8(demangled).replace(QRegularExpression("\\+0x[0-9a-f]+ "), " ");
+        // The faulting instruction after the signal trampoline is looked up at its own address.
+        const QString at = QStringLiteral(" at " SOURCE_DIR "/tst_faults.cpp:");
+        const QString crash = QString(": Probe::crash(int)%1%2 (inlined: Probe::illegalInstruction() into Probe::inlinedCaller()%1%3; "
+                                      "Probe::inlinedCaller() into Probe::crash(int)%1%4)\n")
+                                  .arg(at).arg(Probe::faultLine).arg(Probe::inlinedLine).arg(Probe::crashLine);
+        QVERIFY2(text.startsWith("#0 ") && text.contains("::logBackTraceNoDemangle(char const*) at ") && text.contains(crash)
+                     && text.contains(": main at "), qPrintable(text));
+    }
 
-        // A name longer than the demangler's first buffer is written whole.
-        Probe::longName(path, {}, {}, {}, {}, {});
-        const QString name = QString("Probe::longName(QString const&, %1, %1, %1, %1, %1)+0x")
-                                 .arg("Probe::ATypeWithALongNameThatIsRepeatedForEveryParameter");
-        QVERIFY(name.size() > 255 && lines(path).at(1).contains(name.toLatin1()));
-        VfUtilities::logBackTrace(directory.filePath("missing/trace"));
-        QVERIFY(!QFileInfo::exists(directory.filePath("missing")));
+    void instrumentDemo()
+    {
+        QVERIFY2(VfTest::isSandboxed(), "run through tests/sandbox-run");
+        const QString path = QFileInfo(DEMANGLE_BACKTRACE).path() + ':' + qgetenv("PATH");
+        const Run normal = run(INSTRUMENT_DEMO, {"--seconds", "1"}, path);
+        QCOMPARE(normal.status, 0);
+        const QByteArray velmar = VfTest::readFile(logs + "/velmar.log"), event = VfTest::readFile(logs + "/event.log");
+        QVERIFY(normal.out.contains(velmar) && normal.out.contains(event) && normal.out.contains("volume Internal"));
+        QVERIFY(normal.out.contains(":Velmar Application] [File not found, The file '/opt/tarvion/data/calibration.xml' could not be found. "
+                                    "Please ensure the file exists., CriticalError, Internal]\n"));
+        // A code of the demo's own catalogue, in the same form as the library's.
+        QVERIFY(velmar.contains(", StatusCode measure(double), 104.5, T1] [Sensor overrange, The reading 104.5 of sensor 'T1' lies outside its measuring range., Warning, External]"));
+        QVERIFY(velmar.contains("] demo: critical message\n") && !velmar.contains("instrument-demo started"));
+        QVERIFY(event.contains("main.cpp") && event.endsWith("] instrument-demo stopping\n") && !event.contains("File not found"));
+        const Run crash = run(INSTRUMENT_DEMO, {"--crash"}, path);
+        QCOMPARE(crash.status, 0);
+        QVERIFY(crash.out.contains("==== /etc/tarvion/logs/backTraceDemangled ===="));
+        QVERIFY(VfTest::readFile(logs + "/backTraceDemangled").contains("instrument-demo: main"));
     }
 };
 
