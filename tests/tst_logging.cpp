@@ -29,6 +29,7 @@ extern "C" void sync(void) __THROW
 namespace {
 
 const QString velmarLog = QStringLiteral("/etc/tarvion/logs/velmar.log");
+const QString eventLog = QStringLiteral("/etc/tarvion/logs/event.log");
 
 QSharedPointer<VfSourceContext> context(const QString& cls = QString(), const QString& module = QString())
 {
@@ -117,32 +118,43 @@ private slots:
     void records_data()
     {
         QTest::addColumn<int>("type");
+        QTest::addColumn<int>("mask"); // -1: the default destinations
         QTest::addColumn<QString>("filter"); // on the namespace "Ns"
         QTest::addColumn<QString>("message"); // empty: REPORT_STATUS from report()
         QTest::addColumn<QString>("console"); // %1 is the time, %2 the line of the report
         QTest::addColumn<QString>("velmar");
+        QTest::addColumn<QString>("event");
         const QString longForm = QStringLiteral("[%1, Mod, src.cpp, 42, T, Ns, Cls, void fn(), arg] x\n");
         const QString shortForm = QStringLiteral("[src.cpp:42:Mod] x\n");
-        QTest::newRow("debug log") << 1 << "" << "x\n" << shortForm << longForm;
+        const QString eventForm = QStringLiteral("[%1 src.cpp:42:Mod] x\n");
+        QTest::newRow("debug log") << 1 << -1 << "" << "x\n" << shortForm << longForm << "";
+        QTest::newRow("event log") << 2 << -1 << "" << "x\n" << "" << "" << eventForm;
+        // The mask never connects or disconnects event.log: instruments rely on its one fixed connection.
+        QTest::newRow("event log gains the console") << 2 << 1 << "" << "x\n" << shortForm << "" << eventForm;
+        QTest::newRow("event log keeps event.log") << 2 << 0 << "" << "x\n" << "" << "" << eventForm;
         const QString text = QStringLiteral(
             "[File cannot be copied, An attempt to copy file /a b to /c failed., NonCriticalError, Internal]\n");
-        QTest::newRow("REPORT_STATUS") << 0 << "" << "" << "[tst_logging.cpp:%2:Velmar Application] " + text
+        QTest::newRow("REPORT_STATUS") << 0 << -1 << "" << "" << "[tst_logging.cpp:%2:Velmar Application] " + text
                                        << "[%1, Velmar Application, tst_logging.cpp, %2, MainThread, , tst_Logging, "
-                                          "StatusCode report(), /a b, /c] " + text;
-        QTest::newRow("filter sees the namespace alone") << 0 << "Cls|Mod|src|fn|x" << "x\n" << "" << "";
+                                          "StatusCode report(), /a b, /c] " + text << "";
+        QTest::newRow("filter sees the namespace alone") << 0 << -1 << "Cls|Mod|src|fn|x" << "x\n" << "" << "" << "";
     }
 
     void records()
     {
         QFETCH(int, type);
+        QFETCH(int, mask);
         QFETCH(QString, filter);
         QFETCH(QString, message);
         QFETCH(QString, console);
         QFETCH(QString, velmar);
+        QFETCH(QString, event);
+        if (mask >= 0)
+            manager()->setLogDestination(VfLogType(type), unsigned(mask));
         if (!filter.isEmpty())
             manager()->setNamespaceFilter(VfLogType(type), QRegularExpression(filter));
         manager()->forceFlushAllLogs();
-        const QByteArray velmarBefore = readFile(velmarLog);
+        const QByteArray velmarBefore = readFile(velmarLog), eventBefore = readFile(eventLog);
         StatusEventRecorder recorder;
         recorder.attach();
         auto source = QSharedPointer<VfSourceContext>(
@@ -162,6 +174,7 @@ private slots:
         QCOMPARE(printed, fill(console));
         manager()->forceFlushAllLogs();
         QCOMPARE(readFile(velmarLog), velmarBefore + fill(velmar));
+        QCOMPARE(readFile(eventLog), eventBefore + fill(event));
     }
 
     void console()
