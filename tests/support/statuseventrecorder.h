@@ -9,10 +9,6 @@
 class StatusEventRecorder : public QObject
 {
 public:
-    explicit StatusEventRecorder(QObject* parent = nullptr)
-        : QObject(parent)
-    {
-    }
     void attach()
     {
         connect(Crosscutting::VfCrosscuttingManagerPlaceholder::instance()->statusReporter(),
