@@ -11,8 +11,6 @@
 #include <thread>
 
 using namespace Crosscutting;
-using Severity = VfStaticStatusInfo::VfStatusSeverity;
-using Category = VfStaticStatusInfo::VfStatusCategory;
 
 // An application's own codes. 73 is the framework's LastValue: it has no record, yet is the framework's.
 class TestCodes : public QObject
@@ -51,30 +49,25 @@ const QByteArray both = "[" + lost + "," + record("SensorOverrange", "%2 of %1",
 class tst_Status : public QObject
 {
     Q_OBJECT
-    StatusEventRecorder* m_recorder = nullptr;
+    StatusEventRecorder m_recorder;
     QTemporaryDir m_dir;
     VfStatusReporter* reporter()
     {
         return static_cast<VfStatusReporter*>(VfCrosscuttingManagerPlaceholder::instance()->statusReporter());
     }
-    QString put(const QString& name, const QByteArray& content)
-    {
-        return VfTest::writeFile(m_dir.filePath(name), content) ? m_dir.filePath(name) : QString();
-    }
 
 private slots:
-    void initTestCase() { qRegisterMetaType<VfStatusChangeEvent>(); }
+    void initTestCase()
+    {
+        qRegisterMetaType<VfStatusChangeEvent>();
+        QVERIFY(VfTest::writeFile(m_dir.filePath("codes.h"), header));
+    }
     void init()
     {
-        m_recorder = new StatusEventRecorder;
-        m_recorder->attach();
+        m_recorder.events.clear();
+        m_recorder.attach();
     }
-    void cleanup()
-    {
-        delete m_recorder;
-        m_recorder = nullptr;
-        VfCrosscuttingManagerPlaceholder::drop();
-    }
+    void cleanup() { VfCrosscuttingManagerPlaceholder::drop(); }
 
     void catalogue()
     {
@@ -105,24 +98,22 @@ private slots:
 
     void displayForms_data()
     {
-        QTest::addColumn<int>("severity");
         QTest::addColumn<int>("format");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("short: the description") << 4 << 0 << " D 'x'\n";
-        QTest::newRow("short with timestamp: the same") << 4 << 1 << " D 'x'\n";
-        QTest::newRow("single line") << 3 << 2 << "[Invalid data,  D 'x'\n, NonCriticalError, External]";
-        QTest::newRow("no such format") << 4 << 4 << "";
+        QTest::newRow("short: the description") << 0 << " D 'x'\n";
+        QTest::newRow("short with timestamp: the same") << 1 << " D 'x'\n";
+        QTest::newRow("single line") << 2 << "[Invalid data,  D 'x'\n, NonCriticalError, External]";
+        QTest::newRow("no such format") << 4 << "";
         // Keys right-aligned to 13, values left-aligned to 20 and never cut; lines in hash order.
-        QTest::newRow("multi line") << 4 << 3
-                                    << "        Title: Invalid data        |  Description:  D 'x'\n             |"
-                                       "     Severity: CriticalError       |     Category: External            ";
+        QTest::newRow("multi line") << 3 << "        Title: Invalid data        |  Description:  D 'x'\n             |"
+                                            "     Severity: NonCriticalError    |     Category: External            ";
     }
     void displayForms()
     {
-        QFETCH(int, severity);
         QFETCH(int, format);
         QFETCH(QString, expected);
-        VfStaticStatusInfo info("Invalid data", " D 'x'\n", Severity(severity), Category::External, nullptr);
+        VfStaticStatusInfo info("Invalid data", " D 'x'\n", VfStaticStatusInfo::VfStatusSeverity::NonCriticalError,
+                                VfStaticStatusInfo::VfStatusCategory::External, nullptr);
         const QString text = info.toString(VfDisplayable::DisplayFormat(format));
         QCOMPARE(text.size(), expected.size());
         for (const QString& line : expected.split('|'))
@@ -167,13 +158,13 @@ private slots:
         VfSourceContext& context = createSourceContext("", "f.cpp", 1, "void f()", arguments);
         QCOMPARE(reporter()->reportStatus(code, context), StatusCode(code));
         QStringList seen;
-        for (const VfStatusChangeEvent& event : m_recorder->events) {
+        for (const VfStatusChangeEvent& event : m_recorder.events) {
             seen << QString::number(event.statusCode()) + ' '
                         + event.statusInfo()->toString(VfDisplayable::SingleLineLongForm);
             QCOMPARE(event.toString(VfDisplayable::SingleLineLongForm), QString("Not Implemented"));
         }
         QCOMPARE(seen, events);
-        QCOMPARE(m_recorder->events.last().sourceContext()->additionalInfo(),
+        QCOMPARE(m_recorder.events.last().sourceContext()->additionalInfo(),
                  seen.front().startsWith("61") ? QStringList{QString::number(code)} : arguments);
     }
 
@@ -188,7 +179,7 @@ private slots:
         worker->start();
         QVERIFY(worker->wait(10000));
         QCOMPARE(emittedOn, worker.data());
-        const QSharedPointer<VfSourceContext> context = m_recorder->events.first().sourceContext();
+        const QSharedPointer<VfSourceContext> context = m_recorder.events.first().sourceContext();
         QCOMPARE(context->toString(VfSourceContext::ShortForm), QString("[tst_status.cpp:%1:Velmar Application]").arg(line));
         QCOMPARE(context->sourceThread(), QString("worker"));
     }
@@ -268,22 +259,23 @@ private slots:
         QVERIFY(catalogue.isEmpty() ? !QFile::exists(path) || QFile::remove(path) : VfTest::writeFile(path, catalogue));
         const char* name = enumName.isNull() ? nullptr : enumName.constData();
         const StatusCode loaded = reporter()->loadApplicationStatusCodes(path, TestCodes::staticMetaObject, name);
-        const QString report = m_recorder->descriptions().join('\n');
+        const QString report = m_recorder.descriptions().join('\n');
         QVERIFY2(loadError.isEmpty() ? report.isEmpty() && !loaded : report.contains(loadError), qPrintable(report));
-        QCOMPARE(m_recorder->codes(), loaded ? QList<StatusCode>{loaded} : QList<StatusCode>{});
+        QCOMPARE(m_recorder.codes(), loaded ? QList<StatusCode>{loaded} : QList<StatusCode>{});
         if (!loaded) // the same codes again clash with those of the first load, which stay
             QCOMPARE(reporter()->loadApplicationStatusCodes(path, TestCodes::staticMetaObject, name),
                      StatusCode(VfStatusCodes::ConfigurationDataInvalid));
 
         // All or nothing: the valid first record is known only when the whole catalogue loaded.
-        m_recorder->events.clear();
+        m_recorder.events.clear();
         REPORT_STATUS(TestCodes::SensorLost, QStringLiteral("T1"));
-        QCOMPARE(m_recorder->events.last().statusInfo()->toString(VfDisplayable::SingleLineLongForm),
+        QCOMPARE(m_recorder.events.last().statusInfo()->toString(VfDisplayable::SingleLineLongForm),
                  loaded ? unrecognized.arg(0x20000) : "[Title of SensorLost, Sensor T1 lost, Warning, External]");
 
-        const QString output = put("checked.json", "stale");
+        const QString output = m_dir.filePath("checked.json");
+        QVERIFY(VfTest::writeFile(output, "stale"));
         QProcess checker;
-        checker.start(VF_CHECKER, {"--without-record", "LastValue", "--output", output, path, put("codes.h", header),
+        checker.start(VF_CHECKER, {"--without-record", "LastValue", "--output", output, path, m_dir.filePath("codes.h"),
                                    "TestCodes::" + enumName});
         QVERIFY(checker.waitForFinished());
         const QString errors = checker.readAllStandardError();
