@@ -2,12 +2,10 @@
 #include "vfcrosscuttingmanagerplaceholder.h"
 #include "vfstatusreporter.h"
 #include "vftestsupport.h"
-#include "vfunixsignalhandler.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QtTest>
-#include <csignal>
 #include <thread>
 
 using namespace Crosscutting;
@@ -197,21 +195,6 @@ private slots:
         QPointer<VfAbstractStatusReporter> old = seen.front()->statusReporter();
         VfCrosscuttingManagerPlaceholder::drop();
         QVERIFY(old.isNull());
-    }
-
-    void crashHandlerOnThreeSignals()
-    {
-        const int signals_[] = {SIGILL, SIGHUP, SIGFPE, SIGSEGV};
-        struct sigaction before[4], now;
-        for (int i = 0; i < 4; ++i)
-            sigaction(signals_[i], nullptr, &before[i]);
-        VfCrosscuttingManagerPlaceholder::instance()->initializePlatformSpecificFunctionality();
-        for (int i = 0; i < 4; ++i) {
-            sigaction(signals_[i], nullptr, &now);
-            QCOMPARE(now.sa_handler == reinterpret_cast<void (*)(int)>(reinterpret_cast<void (*)()>(&linuxGeneralSignalHandler)),
-                     i < 3);
-            sigaction(signals_[i], &before[i], nullptr);
-        }
     }
 
     void applicationCodes_data()
