@@ -3,8 +3,6 @@
 #include "vfstatusreporter.h"
 #include "vftestsupport.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QtTest>
 #include <thread>
 
@@ -67,23 +65,8 @@ private slots:
     }
     void cleanup() { VfCrosscuttingManagerPlaceholder::drop(); }
 
-    void catalogue()
+    void oddRecordAndParent()
     {
-        QFile file(":/configuration/statuscodes_framework.json");
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QJsonArray records = QJsonDocument::fromJson(file.readAll()).array();
-        QMap<QString, int> counts;
-        for (int i = 0; i < records.size(); ++i) {
-            VfStatusCodes::VfStatusCode code;
-            QScopedPointer<VfStaticStatusInfo> info(
-                reporter()->createStaticStatusInfoObjectFromJsonObject(records.at(i).toObject(), &code));
-            QCOMPARE(quint64(code), quint64(i + 1)); // in the order of the enumeration
-            const QString form = info->toString(VfStaticStatusInfo::SingleLineLongForm);
-            ++counts[form.section(", ", -2, -2)];
-            ++counts[form.section(", ", -1)];
-        }
-        QCOMPARE(counts, (QMap<QString, int>{{"CriticalError", 24}, {"Warning", 7}, {"Notification", 1},
-                                             {"NonCriticalError", 40}, {"Internal]", 69}, {"External]", 3}}));
         // An unknown name is sign-extended to all ones, unknown enumerators to 255; non-strings read empty.
         VfStatusCodes::VfStatusCode code;
         QScopedPointer<VfStaticStatusInfo> odd(reporter()->createStaticStatusInfoObjectFromJsonObject(
