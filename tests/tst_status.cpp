@@ -101,31 +101,53 @@ private slots:
 
     void applicationCodes_data()
     {
-        QTest::addColumn<QByteArray>("catalogue");
+        QTest::addColumn<QByteArray>("catalogue"); // empty: no such file
+        QTest::addColumn<QByteArray>("enumName");  // null: none given
         QTest::addColumn<QString>("loadError");    // in what loading reports; empty: it loads
         QTest::addColumn<QString>("checkerError"); // in what the checker prints; empty: they agree
+        const QByteArray e = "TestCode";
+        const auto sameError = [&](const char* tag, const QByteArray& catalogue, const QString& error) {
+            QTest::newRow(tag) << catalogue << e << error << error;
+        };
         const QString markers = "record 2 (\"SensorOverrange\"): its description has the place markers %1, %3, %1, not %1 to %n each once";
-        QTest::newRow("agree") << both << "" << "";
-        QTest::newRow("markers") << "[" + lost + "," + record("SensorOverrange", "%1 %3 %1") + "]" << markers << markers;
-        QTest::newRow("framework value") << "[" + lost + "," + record("Clash") + "]" << "record 2 (\"Clash\"): its value 73 is a framework code."
+        QTest::newRow("agree") << both << e << "" << "";
+        QTest::newRow("no file") << QByteArray() << e << "could not be found" << "app.json: cannot be read";
+        QTest::newRow("syntax") << "[" + lost << e << "reason: unterminated array." << "app.json: unterminated array at byte";
+        QTest::newRow("root") << lost << e << "reason: its root is not an array." << "app.json: its root is not an array";
+        sameError("no object", "[" + lost + ", 5]", "record 2 (\"\"): it is not an object");
+        sameError("no title", "[" + lost + ", {\"name\": \"SensorOverrange\"}]",
+                  "record 2 (\"SensorOverrange\"): its title is missing or not a string");
+        sameError("no enumerator", "[" + lost + "," + record("SensorOverrange") + "," + record("SensorGone") + "]",
+                  "record 3 (\"SensorGone\"): \"SensorGone\" is no enumerator of TestCodes::TestCode");
+        sameError("markers", "[" + lost + "," + record("SensorOverrange", "%1 %3 %1") + "]", markers);
+        sameError("severity", "[" + lost + "," + record("SensorOverrange", "%1", "Fatal") + "]",
+                  "record 2 (\"SensorOverrange\"): \"Fatal\" is no severity");
+        sameError("category", "[" + record("SensorLost", "%1", "Warning", "Outside") + "," + record("SensorOverrange") + "]",
+                  "record 1 (\"SensorLost\"): \"Outside\" is no category");
+        QTest::newRow("framework value") << "[" + lost + "," + record("Clash") + "]" << e << "record 2 (\"Clash\"): its value 73 is a framework code."
                                          << "record 2 (\"Clash\"): \"Clash\" is no enumerator of TestCodes::TestCode in ";
-        QTest::newRow("duplicate") << "[" + lost + "," + record("SensorOverrange") + "," + lost + "]"
+        QTest::newRow("duplicate") << "[" + lost + "," + record("SensorOverrange") + "," + lost + "]" << e
                                    << "record 3 (\"SensorLost\"): its value 131072 is that of record 1 (\"SensorLost\")."
                                    << "record 3 (\"SensorLost\"): a second record for \"SensorLost\", after record 1";
+        QTest::newRow("no record") << "[" + lost + "]" << e << "" << "app.json: no record for the enumerator \"SensorOverrange\"";
+        QTest::newRow("no enum") << both << QByteArray("Other") << "invalid input parameter for 'enumName'" << "codes.h: declares no enum Other";
+        QTest::newRow("null enum") << both << QByteArray() << "nullptr input parameter for 'enumName'" << "codes.h: declares no enum \n";
     }
     void applicationCodes()
     {
         QFETCH(QByteArray, catalogue);
+        QFETCH(QByteArray, enumName);
         QFETCH(QString, loadError);
         QFETCH(QString, checkerError);
         const QString path = m_dir.filePath("app.json");
-        QVERIFY(VfTest::writeFile(path, catalogue));
-        const StatusCode loaded = reporter()->loadApplicationStatusCodes(path, TestCodes::staticMetaObject, "TestCode");
+        QVERIFY(catalogue.isEmpty() ? !QFile::exists(path) || QFile::remove(path) : VfTest::writeFile(path, catalogue));
+        const char* name = enumName.isNull() ? nullptr : enumName.constData();
+        const StatusCode loaded = reporter()->loadApplicationStatusCodes(path, TestCodes::staticMetaObject, name);
         const QString report = m_recorder.descriptions().join('\n');
         QVERIFY2(loadError.isEmpty() ? report.isEmpty() && !loaded : report.contains(loadError), qPrintable(report));
         QCOMPARE(m_recorder.codes(), loaded ? QList<StatusCode>{loaded} : QList<StatusCode>{});
         if (!loaded) // the same codes again clash with those of the first load, which stay
-            QCOMPARE(reporter()->loadApplicationStatusCodes(path, TestCodes::staticMetaObject, "TestCode"),
+            QCOMPARE(reporter()->loadApplicationStatusCodes(path, TestCodes::staticMetaObject, name),
                      StatusCode(VfStatusCodes::ConfigurationDataInvalid));
 
         // All or nothing: the valid first record is known only when the whole catalogue loaded.
@@ -138,10 +160,10 @@ private slots:
         QVERIFY(VfTest::writeFile(output, "stale"));
         QProcess checker;
         checker.start(VF_CHECKER, {"--without-record", "LastValue", "--output", output, path, m_dir.filePath("codes.h"),
-                                   "TestCodes::TestCode"});
+                                   "TestCodes::" + enumName});
         QVERIFY(checker.waitForFinished());
         const QString errors = checker.readAllStandardError();
-        QCOMPARE(checker.exitCode(), checkerError.isEmpty() ? 0 : 1);
+        QCOMPARE(checker.exitCode(), checkerError.isEmpty() ? 0 : catalogue.isEmpty() ? 2 : 1);
         QVERIFY2(checkerError.isEmpty() ? errors.isEmpty() : errors.contains(checkerError), qPrintable(errors));
         // Only a catalogue that passed is handed on to the resource compiler.
         QCOMPARE(VfTest::readFile(output), checkerError.isEmpty() ? catalogue : QByteArray("<missing>"));
