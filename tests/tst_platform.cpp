@@ -48,10 +48,9 @@ private slots:
         QCOMPARE(QStringList({VfPlatformInfo::staticDataRootPath(), VfPlatformInfo::systemDataRootPath(), VfPlatformInfo::settingsRootPath(),
                               VfPlatformInfo::customDataPath(), VfPlatformInfo::userDataRootPath(), VfPlatformInfo::applicationSettingsPath("SPA"),
                               info.applicationConfigurationFilePath("MiXed").remove(info.rootApplicationPath()), info.dynamicLibraryExtension(true),
-                              info.property("dynamicLibraryExtension").toString(), info.dynamicLibraryPrefix(), VfPlatformInfo::tempDataRootPath()}),
+                              info.dynamicLibraryPrefix(), VfPlatformInfo::tempDataRootPath()}),
                  QStringList({"/opt/tarvion/data", "/etc/tarvion", "/etc/tarvion/settings/", "/etc/tarvion/custom/", "/mnt/usrroot/",
-                              "/etc/tarvion/settings/spasettings/", "mixed/mixed_configuration.qml", ".so", "so", "lib", QDir::tempPath()}));
-        QVERIFY(!VfPlatformInfo::isIdentityFileIODisabled());
+                              "/etc/tarvion/settings/spasettings/", "mixed/mixed_configuration.qml", ".so", "lib", QDir::tempPath()}));
         qputenv("LD_LIBRARY_PATH", "/usr/lib::/opt/x:/opt/x");
         QCOMPARE(VfPlatformInfo::dynamicLibraryPaths(), QStringList({"/usr/lib", "", "/opt/x", "/lib"}));
         qunsetenv("LD_LIBRARY_PATH");
@@ -76,8 +75,6 @@ private slots:
         QCOMPARE(info.applicationRequiredFiles("vna", false, VfPlatformInfo::FrontendFiles),
                  QStringList({"lib/libVnaProxy.so", "lib/libVnaFrontend.so", "vnafrontend/qml/ui/main_vna.qml"}));
         QCOMPARE(info.applicationRequiredDirectories("SPA", VfPlatformInfo::AllFiles), QStringList({"SPA/lib", "SPA/SPAfrontend/qml/ui"}));
-        QCOMPARE(info.applicationRequiredDirectories("", VfPlatformInfo::BackendFiles), QStringList{"/lib"});
-        QCOMPARE(info.applicationRequiredFiles("spa", true, VfPlatformInfo::VfRequiredApplicationFiles(3)), QStringList());
     }
     void volumes()
     {
@@ -105,17 +102,6 @@ private slots:
         // A sibling whose name starts with the root's passes, as above: instruments rely on the bare prefix test.
         QVERIFY(stick.resolvePath("../other").isNull() && stick.resolvePath("../STICK/x").isNull());
     }
-    void sizesOfRealDf()
-    {
-        QFile filler("/mnt/usrroot/filler");
-        QVERIFY(filler.open(QIODevice::WriteOnly) && filler.write(QByteArray(300 * 1024, 'x')) > 0 && filler.flush());
-        const QStringList fields = run("df", "/mnt/usrroot/").section('\n', 1, 1).simplified().split(' ');
-        const VfStorageInfo internal = VfStorageInfo::mountedVolume("Internal");
-        QCOMPARE(internal.device(), QStringLiteral("vfsandbox"));
-        QCOMPARE(internal.bytesTotal(), (fields.value(2).toLongLong() + fields.value(3).toLongLong()) * 1024);
-        QCOMPARE(internal.bytesFree(), fields.value(3).toLongLong() * 1024);
-        QVERIFY(internal.bytesFree() > 0 && internal.bytesFree() < internal.bytesTotal());
-    }
     void dfOutput_data()
     {
         QTest::addColumn<QString>("output");
@@ -133,9 +119,7 @@ private slots:
         fakeDf(output);
         const VfStorageInfo volume("/mnt/usrroot", "Internal");
         QTEST(QStringLiteral("%1 %2 %3").arg(volume.device()).arg(volume.bytesTotal()).arg(volume.bytesFree()), "sizes");
-        QFile calls(m_dir.filePath("calls"));
-        QVERIFY(calls.open(QIODevice::ReadOnly));
-        QCOMPARE(calls.readAll(), QByteArray("1:/mnt/usrroot/\n").repeated(3));
+        QCOMPARE(VfTest::readFile(m_dir.filePath("calls")), QByteArray("1:/mnt/usrroot/\n").repeated(3));
     }
     void dfThatHangsOrCannotStartKeepsValues()
     {
@@ -153,17 +137,13 @@ private slots:
     void timer()
     {
         VfTimer timer;
-        QCOMPARE(timer.elapsedTime(), 0.0);
-        timer.stop();
-        QVERIFY(qAbs(timer.elapsedTime() - QDateTime::currentMSecsSinceEpoch()) < 1000);
         timer.start();
         QTest::qSleep(20);
         const double running = timer.elapsedTime();
-        QVERIFY(timer.isTimerRunning());
         timer.stop();
         const double stopped = timer.elapsedTime();
         QTest::qSleep(5);
-        QVERIFY(!timer.isTimerRunning() && timer.elapsedTime() == stopped && stopped != qRound(stopped)); // fractions are kept
+        QVERIFY(timer.elapsedTime() == stopped && stopped != qRound(stopped)); // fractions are kept
         QVERIFY2(running >= 20 && stopped >= running && stopped < 10000, qPrintable(QString::number(stopped)));
     }
 };
