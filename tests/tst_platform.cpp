@@ -42,7 +42,7 @@ private slots:
         umount2("/media/usb/ro", MNT_DETACH);
         QDir("/media/usb").removeRecursively();
     }
-    void paths()
+    void pathsAndRequiredFiles()
     {
         const VfPlatformInfo info;
         QCOMPARE(QStringList({VfPlatformInfo::staticDataRootPath(), VfPlatformInfo::systemDataRootPath(), VfPlatformInfo::settingsRootPath(),
@@ -55,6 +55,11 @@ private slots:
         QCOMPARE(VfPlatformInfo::dynamicLibraryPaths(), QStringList({"/usr/lib", "", "/opt/x", "/lib"}));
         qunsetenv("LD_LIBRARY_PATH");
         QCOMPARE(VfPlatformInfo::dynamicLibraryPaths(), QStringList({"", "/lib", "/usr/lib"}));
+        QCOMPARE(info.applicationRequiredFiles("SPA", true, VfPlatformInfo::AllFiles),
+                 QStringList({"SPA/lib/libSpaBackend.so", "SPA/lib/libSpaProxy.so", "SPA/lib/libSpaFrontend.so", "SPA/SPAfrontend/qml/ui/main_SPA.qml"}));
+        QCOMPARE(info.applicationRequiredFiles("vna", false, VfPlatformInfo::FrontendFiles),
+                 QStringList({"lib/libVnaProxy.so", "lib/libVnaFrontend.so", "vnafrontend/qml/ui/main_vna.qml"}));
+        QCOMPARE(info.applicationRequiredDirectories("SPA", VfPlatformInfo::AllFiles), QStringList({"SPA/lib", "SPA/SPAfrontend/qml/ui"}));
     }
     void rootFromLayout()
     {
@@ -67,16 +72,7 @@ private slots:
             QCOMPARE(run(layout.filePath("app/bin/child"), "root"), root);
         }
     }
-    void requiredFiles()
-    {
-        const VfPlatformInfo info;
-        QCOMPARE(info.applicationRequiredFiles("SPA", true, VfPlatformInfo::AllFiles),
-                 QStringList({"SPA/lib/libSpaBackend.so", "SPA/lib/libSpaProxy.so", "SPA/lib/libSpaFrontend.so", "SPA/SPAfrontend/qml/ui/main_SPA.qml"}));
-        QCOMPARE(info.applicationRequiredFiles("vna", false, VfPlatformInfo::FrontendFiles),
-                 QStringList({"lib/libVnaProxy.so", "lib/libVnaFrontend.so", "vnafrontend/qml/ui/main_vna.qml"}));
-        QCOMPARE(info.applicationRequiredDirectories("SPA", VfPlatformInfo::AllFiles), QStringList({"SPA/lib", "SPA/SPAfrontend/qml/ui"}));
-    }
-    void volumes()
+    void volumesAndResolvedPaths()
     {
         for (const char* name : {"beta", "Delta", "alpha", ".hidden", "closed"})
             QVERIFY(QDir().mkpath(QStringLiteral("/media/usb/") + name));
@@ -93,9 +89,6 @@ private slots:
         QVERIFY(VfStorageInfo::mountedVolume("Internal").isValid() && !VfStorageInfo("/media/usb/afile", "f").isValid());
         QVERIFY(QDir().mkpath("/media/usb/ro") && mount("ro", "/media/usb/ro", "tmpfs", MS_RDONLY, nullptr) == 0);
         QVERIFY(VfStorageInfo("/media/usb/ro", "ro").isReadOnly() && !VfStorageInfo("/media/usb/beta/", "b").isReadOnly());
-    }
-    void resolvePath()
-    {
         const VfStorageInfo stick("/media/usb/stick/", "stick");
         QCOMPARE(QStringList({stick.resolvePath("a//b/"), stick.resolvePath(""), stick.resolvePath("a/../b"), stick.resolvePath("../stick2/x")}),
                  QStringList({"/media/usb/stick/a/b", "/media/usb/stick", "/media/usb/stick/b", "/media/usb/stick2/x"}));
