@@ -1,4 +1,3 @@
-#include "modelutilities.h"
 #include "statuseventrecorder.h"
 #include "systemidentity.h"
 #include "vfcrosscuttingmanagerplaceholder.h"
@@ -66,11 +65,6 @@ private slots:
         VfTest::writeFile(Data + "/identity/model", "SPA");
         m_recorder.reset(new StatusEventRecorder);
         m_recorder->attach();
-    }
-    void cleanup()
-    {
-        m_recorder.reset();
-        VfCrosscuttingManagerPlaceholder::drop();
         calls();
     }
     void readsEveryFile()

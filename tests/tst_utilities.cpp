@@ -1,5 +1,4 @@
 #include "statuseventrecorder.h"
-#include "vfcrosscuttingmanagerplaceholder.h"
 #include "vftestsupport.h"
 #include "vfutilities.h"
 
@@ -23,11 +22,6 @@ private slots:
     {
         m_recorder.reset(new StatusEventRecorder);
         m_recorder->attach();
-    }
-    void cleanup()
-    {
-        m_recorder.reset();
-        VfCrosscuttingManagerPlaceholder::drop();
     }
     void processCommand()
     {
