@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Makes the Debian packages from the build tree with cpack, checks what each one holds and declares,
 # unpacks them into a scratch root (never installing them), and builds and runs the consumer project
-# against that root, through find_package and through pkg-config. The stand-in libmodel.so.1 plays
+# against that root (consume.sh). The stand-in libmodel.so.1 plays
 # the instrument's own library, from the build tree, since no package carries it.
 # Usage: package.sh SOURCE_DIR BUILD_DIR
 set -euo pipefail
+source "$(dirname "$0")/consume.sh"
 src=$1 build=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -52,11 +53,9 @@ has "$dc" "$lib/cmake/VfCrosscutting/VfCrosscuttingConfig.cmake" dev
 has "$dc" "$lib/pkgconfig/VfCrosscutting.pc" dev
 lacks "$dc" 'model\|\.so\.1' dev
 # The build-time tools for an application's own status codes are for development machines only.
-if [ -d "$src/tools/vf_check_status_catalogue" ]; then
-  has "$dc" /usr/bin/vf_check_status_catalogue dev
-  has "$dc" "$lib/cmake/VfCrosscutting/VfStatusCatalogue.cmake" dev
-  lacks "$rc" vf_check_status_catalogue runtime
-fi
+has "$dc" /usr/bin/vf_check_status_catalogue dev
+has "$dc" "$lib/cmake/VfCrosscutting/VfStatusCatalogue.cmake" dev
+lacks "$rc" vf_check_status_catalogue runtime
 ddeps=$(field "$dev" Depends)
 grep -q "libvfcrosscutting1 (= $version)" <<<"$ddeps" && grep -q qtbase5-dev <<<"$ddeps" \
   || { echo "dev Depends: $ddeps"; exit 1; }
@@ -68,23 +67,8 @@ dpkg-deb -x "$dev" "$root"
 # The stand-in stands where the instrument's own libmodel.so.1 would: on the loader's path.
 model=$build/model
 export LD_LIBRARY_PATH=$model${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
-cmake -S "$src/tests/consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$root/usr" \
-  -DVF_MODEL_LIBRARY="$model/libmodel.so.1" >/dev/null
-cmake --build "$work/build" >/dev/null
+consume "$root/usr" "$root$lib" "$src" "$work" -DVF_MODEL_LIBRARY="$model/libmodel.so.1"
 # Read whole before matching: grep -q on the pipe could end ldd early, which pipefail counts.
 loaded=$(ldd "$work/build/consumer")
 grep -q "libVfCrosscutting.so.1 => $root$lib/" <<<"$loaded" || { echo "$loaded"; exit 1; }
-"$work/build/consumer"
-if [ -d "$src/tests/consumer/appcodes" ]; then
-  # An application's own status codes, checked and built in by the packaged checker.
-  cmake -S "$src/tests/consumer/appcodes" -B "$work/pump" -DCMAKE_PREFIX_PATH="$root/usr" \
-    -DVF_MODEL_LIBRARY="$model/libmodel.so.1" >/dev/null
-  cmake --build "$work/pump" >/dev/null
-  "$work/pump/pump"
-fi
-
-export PKG_CONFIG_PATH="$root$lib/pkgconfig"
-g++ -std=c++17 -fPIC "$src/tests/consumer/main.cpp" "$src/tests/consumer/qualified.cpp" -o "$work/consumer-pc" \
-  $(pkg-config --cflags --libs VfCrosscutting) -Wl,-rpath,"$root$lib"
-"$work/consumer-pc"
 echo "package: both packages build, hold what they should, and serve the consumer unpacked"
