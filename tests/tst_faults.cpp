@@ -4,7 +4,6 @@
 #include "vfutilities.h"
 #include "vftestsupport.h"
 
-#include <QSocketNotifier>
 #include <QtTest>
 
 #include <csignal>
@@ -24,21 +23,30 @@ const bool sanitized = false;
 
 // Named frames: the program is linked with -rdynamic and built without optimisation (tst_faults.cmake).
 namespace Probe {
-__attribute__((noinline)) void raiseSignal(int sig)
+__attribute__((always_inline)) inline void illegalInstruction()
 {
+    asm volatile("nop");
+    asm volatile("ud2"); // the byte before the faulting instruction belongs to the line before
+}
+const int faultLine = __LINE__ - 2;
+__attribute__((always_inline)) inline void inlinedCaller()
+{
+    illegalInstruction(); asm volatile("");
+}
+const int inlinedLine = __LINE__ - 2;
+__attribute__((noinline)) void crash(int sig)
+{
+    if (sig == SIGILL)
+        inlinedCaller();
     raise(sig);
 }
-__attribute__((noinline)) void captureRaw(const QString& path)
-{
-    VfUtilities::logBackTraceNoDemangle(QFile::encodeName(path).constData());
-}
+const int crashLine = __LINE__ - 3;
 __attribute__((noinline)) int recurse(int depth, const QString& path)
 {
-    return depth == 0 ? (captureRaw(path), 0) : recurse(depth - 1, path) + 1;
+    return depth == 0 ? (VfUtilities::logBackTraceNoDemangle(QFile::encodeName(path).constData()), 0)
+                      : recurse(depth - 1, path) + 1;
 }
-struct ATypeWithALongNameThatIsRepeatedForEveryParameter
-{
-};
+struct ATypeWithALongNameThatIsRepeatedForEveryParameter {};
 using P = ATypeWithALongNameThatIsRepeatedForEveryParameter;
 __attribute__((noinline)) void longName(const QString& path, P, P, P, P, P)
 {
@@ -46,44 +54,22 @@ __attribute__((noinline)) void longName(const QString& path, P, P, P, P, P)
 }
 } // namespace Probe
 
-// Not a mangled name: the demangler refuses it.
-extern "C" __attribute__((noinline)) void vf_plain_caller(const QString* path)
-{
-    VfUtilities::logBackTrace(*path);
-}
-
 namespace {
 
 const QString logs = QStringLiteral("/etc/tarvion/logs");
 
-QList<QByteArray> lines(const QString& path)
+// status: the exit code, or minus the signal that ended the program; -1000 when it did not end.
+struct Run { int status; QByteArray out, err; };
+Run run(const QString& program, const QStringList& arguments, const QString& path = "/none")
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll().split('\n') : QList<QByteArray>();
-}
-
-int mode(const QString& path)
-{
-    struct stat info;
-    return stat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 07777) : -1;
-}
-
-bool matches(const QString& pattern, const QByteArray& line)
-{
-    return QRegularExpression(pattern).match(QString::fromLatin1(line)).hasMatch();
-}
-
-// This program again, as a child: "--crash SIG", "--crash-while-logging" or "--stdin-closed PATH".
-QProcess* child(const QStringList& arguments, const QString& path = QString())
-{
-    auto* process = new QProcess;
+    QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    if (!path.isEmpty())
-        environment.insert(QStringLiteral("PATH"), path);
-    process->setProcessEnvironment(environment);
-    process->start(QCoreApplication::applicationFilePath(), arguments);
-    process->waitForFinished(60000);
-    return process;
+    environment.insert(QStringLiteral("PATH"), path);
+    process.setProcessEnvironment(environment);
+    process.start(program, arguments);
+    const bool ended = process.waitForFinished(120000);
+    const int code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -process.exitCode();
+    return {ended ? code : -1000, process.readAllStandardOutput(), process.readAllStandardError()};
 }
 
 // The REPORT_STATUS and Qt message roads on two threads while a third raises SIGFPE.
@@ -95,22 +81,19 @@ QProcess* child(const QStringList& arguments, const QString& path = QString())
     }
 }
 
+// This program again: "--crash SIG" (SIGABRT through qFatal) or "--crash-while-logging".
 int childMain(int argc, char** argv)
 {
-    if (qstrcmp(argv[1], "--stdin-closed") == 0) {
-        close(STDIN_FILENO);
-        VfUtilities::logBackTraceNoDemangle(argv[2]);
-        std::printf(fcntl(STDIN_FILENO, F_GETFD) != -1 ? "descriptor 0 open" : "closed");
-        return 0;
-    }
     QCoreApplication app(argc, argv);
     struct rlimit noCore = {0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
     std::atexit([] { std::printf("atexit handler ran"); });
     qInstallMessageHandler(&logMessageHandler);
     VfCrosscuttingManagerPlaceholder::instance()->initializePlatformSpecificFunctionality();
-    if (qstrcmp(argv[1], "--crash") == 0)
-        Probe::raiseSignal(atoi(argv[2]));
+    if (argc > 2 && atoi(argv[2]) == SIGABRT)
+        qFatal("fatal");
+    if (argc > 2)
+        Probe::crash(atoi(argv[2]));
     std::thread second(&logForever);
     std::thread worker([] {
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
@@ -124,28 +107,22 @@ int childMain(int argc, char** argv)
 class tst_Faults : public QObject
 {
     Q_OBJECT
+    const QString m_self = QCoreApplication::applicationFilePath();
+    QTemporaryDir m_dir;
+    QString path(const char* name) const { return m_dir.filePath(name); }
 private slots:
     void signalsReachTheEventLoop()
     {
         QList<int> calls;
-        const auto record = [&](int number) {
-            QCOMPARE(QThread::currentThread(), thread());
-            calls.append(number);
-        };
-        struct sigaction before, after;
-        sigaction(SIGUSR2, nullptr, &before);
+        const auto record = [&](int number) { calls.append(number); };
         // SIGKILL cannot be caught; the others of the map are installed all the same.
         auto* handler = new VfUnixSignalHandler({{SIGKILL, record}, {SIGTERM, record}, {SIGUSR1, record}}, nullptr);
-        QCOMPARE(raise(SIGTERM), 0);
-        QCOMPARE(kill(getpid(), SIGUSR1), 0);
-        QCOMPARE(raise(SIGUSR1), 0);
+        QCOMPARE(raise(SIGTERM) + kill(getpid(), SIGUSR1) + raise(SIGUSR1), 0);
         QVERIFY(calls.isEmpty()); // the callbacks wait for the event loop
         QTRY_COMPARE(calls, (QList<int>{SIGTERM, SIGUSR1, SIGUSR1}));
-        sigaction(SIGUSR2, nullptr, &after);
-        QVERIFY(after.sa_handler == before.sa_handler);
         delete handler;
         // Nothing is restored: the signal still only writes to the socket, and the process lives on.
-        QCOMPARE(raise(SIGTERM), 0);
+        raise(SIGTERM);
         QTest::qWait(100);
         QCOMPARE(calls.size(), 3);
     }
@@ -153,147 +130,152 @@ private slots:
     void crashHandler_data()
     {
         QTest::addColumn<int>("sig");
-        QTest::addColumn<QString>("tool"); // demangle_backtrace on PATH: real, fake or none
         QTest::addColumn<bool>("logsDirectory");
-        QTest::addColumn<bool>("demangled");
-        QTest::newRow("SIGHUP") << int(SIGHUP) << "real" << true << true;
-        QTest::newRow("SIGFPE") << int(SIGFPE) << "real" << true << true;
-        QTest::newRow("SIGILL") << int(SIGILL) << "real" << true << true;
-        QTest::newRow("SIGSEGV keeps its default action") << int(SIGSEGV) << "real" << true << false;
-        QTest::newRow("no demangle_backtrace") << int(SIGHUP) << "none" << true << false;
-        QTest::newRow("demangle_backtrace gets both paths") << int(SIGHUP) << "fake" << true << false;
-        QTest::newRow("no logs directory") << int(SIGHUP) << "real" << false << false;
+        QTest::addColumn<int>("status");
+        QTest::newRow("SIGHUP") << int(SIGHUP) << true << 0;
+        QTest::newRow("SIGFPE") << int(SIGFPE) << true << 0;
+        QTest::newRow("SIGILL") << int(SIGILL) << true << 0;
+        QTest::newRow("SIGSEGV keeps its default action") << int(SIGSEGV) << true << -SIGSEGV;
+        QTest::newRow("qFatal aborts") << int(SIGABRT) << true << -SIGABRT;
+        QTest::newRow("no logs directory") << int(SIGHUP) << false << 0;
     }
-
     void crashHandler()
     {
         QFETCH(int, sig);
-        QFETCH(QString, tool);
         QFETCH(bool, logsDirectory);
-        QFETCH(bool, demangled);
+        QFETCH(int, status);
         if (sanitized && sig == SIGSEGV)
             QSKIP("the address sanitizer takes over SIGSEGV");
         QVERIFY2(VfTest::isSandboxed(), "run through tests/sandbox-run");
         QDir(logs).removeRecursively();
         QVERIFY(!logsDirectory || QDir().mkpath(logs));
-        QTemporaryDir fakes;
-        VfTest::writeFakeProgram(fakes.path(), QStringLiteral("demangle_backtrace"),
-                                 QStringLiteral("printf '%s\\n' \"$@\" > /etc/tarvion/logs/arguments\n"));
-        const QString tools = QFileInfo(QStringLiteral(DEMANGLE_BACKTRACE)).absolutePath();
-        QScopedPointer<QProcess> run(child({"--crash", QString::number(sig)},
-                                           tool == "real" ? tools : tool == "fake" ? fakes.path() : "/none"));
-        const QList<QByteArray> frames = lines(logs + "/backTrace");
-        if (sig == SIGSEGV) {
-            QCOMPARE(run->exitStatus(), QProcess::CrashExit);
-            QCOMPARE(run->exitCode(), SIGSEGV);
-            QVERIFY(frames.isEmpty());
-            return;
-        }
+        const Run crash = run(m_self, {"--crash", QString::number(sig)}, QFileInfo(DEMANGLE_BACKTRACE).path());
         // A crash ends with exit(0), atexit handlers and all: the supervisors of the instruments
         // restart a program on any other status, and they rely on that.
-        QCOMPARE(run->exitStatus(), QProcess::NormalExit);
-        QCOMPARE(run->exitCode(), 0);
-        QCOMPARE(run->readAllStandardOutput(), QByteArray("atexit handler ran"));
-        QCOMPARE(frames.size() > 4, logsDirectory);
-        if (logsDirectory && !sanitized) {
-            QVERIFY(frames.at(0).contains("_ZN12Crosscutting11VfUtilities22logBackTraceNoDemangleEPKc"));
-            QVERIFY(frames.at(1).contains("_ZN12Crosscutting25linuxGeneralSignalHandlerEj10sigcontext"));
-            QVERIFY(frames.join().contains("(_ZN5Probe11raiseSignalEi+0x"));
-        }
-        QCOMPARE(lines(logs + "/backTraceDemangled").join().contains("Crosscutting::linuxGeneralSignalHandler(unsigned"),
-                 demangled);
-        if (tool == "fake")
-            QCOMPARE(lines(logs + "/arguments"),
-                     (QList<QByteArray>{"/etc/tarvion/logs/backTrace", "/etc/tarvion/logs/backTraceDemangled", ""}));
+        QCOMPARE(crash.status, status);
+        QCOMPARE(crash.out.contains("atexit handler ran"), status == 0);
+        QCOMPARE(VfTest::readFile(logs + "/backTrace").count('\n') > 4, status == 0 && logsDirectory);
+        const QByteArray demangled = VfTest::readFile(logs + "/backTraceDemangled");
+        QCOMPARE(demangled.contains("Crosscutting::linuxGeneralSignalHandler(unsigned"), status == 0 && logsDirectory);
+        // What qFatal queued reaches the file before abort().
+        QCOMPARE(VfTest::readFile(logs + "/velmar.log").endsWith("] fatal\n"), sig == SIGABRT);
         QCOMPARE(QFileInfo::exists(logs), logsDirectory);
+        if (sig != SIGILL || sanitized)
+            return;
+        // The form of older C libraries, a blank before the address and CRLF, gives the same frames.
+        QVERIFY(VfTest::writeFile(path("older"), VfTest::readFile(logs + "/backTrace").replace(")[", ") [").replace("\n", "\r\n")));
+        QCOMPARE(run(DEMANGLE_BACKTRACE, {path("older"), "-"}).out, demangled);
+        // Offsets change with every build; the names, the lines and the functions inlined, innermost first, do not.
+        // The faulting instruction after the signal trampoline is looked up at its own address.
+        const QString text = QString::fromUtf8(demangled).replace(QRegularExpression("\\+0x[0-9a-f]+ "), " ");
+        const QString at = QStringLiteral(" at " SOURCE_DIR "/tst_faults.cpp:");
+        const QString frame = QString(": Probe::crash(int)%1%2 (inlined: Probe::illegalInstruction() into Probe::inlinedCaller()%1%3; "
+                                      "Probe::inlinedCaller() into Probe::crash(int)%1%4)\n")
+                                  .arg(at).arg(Probe::faultLine).arg(Probe::inlinedLine).arg(Probe::crashLine);
+        QVERIFY2(text.contains("::logBackTraceNoDemangle(char const*) at ") && text.contains(frame), qPrintable(text));
     }
 
     void crashWhileLogging()
     {
         QVERIFY(QDir().mkpath(logs));
-        for (int run = 0; run < 20; ++run) {
+        for (int i = 0; i < 20; ++i) {
             QFile::remove(logs + "/backTrace");
-            QScopedPointer<QProcess> process(child({"--crash-while-logging"}));
-            process->kill(); // a hung child fails below
-            QCOMPARE(process->exitStatus(), QProcess::NormalExit);
-            QCOMPARE(process->exitCode(), 0);
+            QCOMPARE(run(m_self, {"--crash-while-logging"}).status, 0);
             QVERIFY(QFileInfo(logs + "/backTrace").size() > 0);
         }
     }
 
-    void rawBacktrace()
+    void backtraceFiles()
     {
         if (sanitized)
             QSKIP("checks exact stack frames");
-        QTemporaryDir directory;
-        const QString path = directory.filePath("raw");
-        // 100 frames at most: the innermost stay. A longer file keeps its tail: no O_TRUNC.
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(QByteArray(200000, '~')) == 200000);
-        file.close();
-        Probe::recurse(150, path);
-        QList<QByteArray> frames = lines(path);
+        QVERIFY(VfTest::writeFile(path("raw"), QByteArray(200000, '~')) && VfTest::writeFile(path("trace"), QByteArray(200000, '~')));
+        // 100 frames at most, the innermost. The raw capture does not truncate: the older file keeps its tail.
+        Probe::recurse(150, path("raw"));
+        const QStringList frames = QString::fromLatin1(VfTest::readFile(path("raw"))).split('\n');
         QCOMPARE(frames.size(), 101);
-        QCOMPARE(frames.at(100), QByteArray(200000 - frames.mid(0, 100).join('\n').size() - 1, '~'));
-        QVERIFY(frames.at(0).contains("_ZN12Crosscutting11VfUtilities22logBackTraceNoDemangleEPKc"));
-        QVERIFY(frames.at(1).contains("(_ZN5Probe10captureRawERK7QString+0x"));
-        QVERIFY(frames.at(99).contains("_ZN5Probe7recurseEiRK7QString"));
-        QVERIFY(matches("^\\S.*\\[0x[0-9a-f]+\\]$", frames.at(99)));
-        QCOMPARE(mode(path), 0644); // an existing file keeps its mode
-
+        QCOMPARE(frames.at(100), QString(200000 - frames.mid(0, 100).join('\n').size() - 1, '~'));
+        QVERIFY(frames.at(1).contains("(_ZN5Probe7recurseEiRK7QString+0x"));
         // A new file is for its owner alone, less the umask.
         const mode_t previous = umask(0277);
-        Probe::captureRaw(directory.filePath("new"));
+        Probe::recurse(0, path("new"));
         umask(previous);
-        QCOMPARE(mode(directory.filePath("new")), 0400);
-        Probe::captureRaw(directory.filePath("missing/raw"));
-        QVERIFY(!QFileInfo::exists(directory.filePath("missing")));
-
+        struct stat info;
+        QVERIFY(stat(QFile::encodeName(path("new")).constData(), &info) == 0 && (info.st_mode & 07777) == 0400);
         // The open is tested against 0, not -1, and instruments rely on that: with standard input
         // closed the file gets descriptor 0, and the capture returns at once, leaving it empty and open.
-        QScopedPointer<QProcess> process(child({"--stdin-closed", directory.filePath("stdin")}));
-        QCOMPARE(process->readAllStandardOutput(), QByteArray("descriptor 0 open"));
-        QCOMPARE(lines(directory.filePath("stdin")), QList<QByteArray>{""});
+        close(STDIN_FILENO);
+        Probe::recurse(0, path("stdin"));
+        QVERIFY(fcntl(STDIN_FILENO, F_GETFD) != -1 && VfTest::readFile(path("stdin")).isEmpty());
+        close(STDIN_FILENO);
+
+        // The demangled capture truncates, stamps the local time to the millisecond, leaves out its own
+        // frame, writes a name longer than the demangler's first buffer whole, and a C name with "()".
+        Probe::longName(path("trace"), {}, {}, {}, {}, {});
+        const QStringList trace = QString::fromLatin1(VfTest::readFile(path("trace"))).split('\n');
+        // A two-digit year reads as 19yy.
+        const QDateTime stamp = QDateTime::fromString(trace.at(0), "[MM-dd-yy hh:mm:ss.zzz AP] 'Backtrace: '").addYears(100);
+        QVERIFY2(stamp.isValid() && qAbs(stamp.msecsTo(QDateTime::currentDateTime())) < 10000, qPrintable(trace.at(0)));
+        const QString name = QString(" : Probe::longName(QString const&, %1, %1, %1, %1, %1)+0x")
+                                 .arg("Probe::ATypeWithALongNameThatIsRepeatedForEveryParameter");
+        QVERIFY2(trace.at(1).startsWith(' ') && trace.at(1).contains(name), qPrintable(trace.at(1)));
+        QCOMPARE(trace.filter(QRegularExpression("^ \\S+ : main\\(\\)\\+0x[0-9a-f]+$")).size(), 1);
+        QCOMPARE(trace.last(), QString());
     }
 
-    void backtraceFile()
+    // The tool needs no other program (PATH is empty), as on an instrument without binutils. What it
+    // cannot resolve it copies, numbering the frames; an OUT it cannot write stays as it was.
+    void demangleBacktrace_data()
     {
-        if (sanitized)
-            QSKIP("checks exact stack frames");
-        QTemporaryDir directory;
-        const QString path = directory.filePath("trace");
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(QByteArray(200000, '~')) == 200000);
-        file.close();
-        const QDateTime before = QDateTime::currentDateTime();
-        vf_plain_caller(&path);
-        const QDateTime after = QDateTime::currentDateTime();
-        QList<QByteArray> frames = lines(path);
-        QStringList stamps; // the local time of the call, to the millisecond
-        for (QDateTime t = before; t <= after; t = t.addMSecs(1))
-            stamps << '[' + t.toString("MM-dd-yy hh:mm:ss.zzz AP") + "] Backtrace: ";
-        QVERIFY2(stamps.contains(frames.at(0)), frames.at(0).constData());
-        QCOMPARE(frames.last(), QByteArray()); // the old file is truncated
-        // Frame 0, logBackTrace itself, is left out; a name that is not mangled gets empty parentheses.
-        const QString module = QRegularExpression::escape(QCoreApplication::applicationFilePath());
-        QVERIFY2(matches(QString("^ %1 : vf_plain_caller\\(\\)\\+0x[0-9a-f]+$").arg(module), frames.at(1)),
-                 frames.at(1).constData());
-        QVERIFY(frames.at(2).contains(" : tst_Faults::backtraceFile()+0x"));
+        QTest::addColumn<QByteArray>("raw");
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QByteArray>("said"); // OUT whole after a success, else a part of what the tool printed
+        const QStringList files{path("raw"), path("out")};
+        QTest::newRow("no arguments") << QByteArray() << QStringList() << 2 << QByteArray("usage: ");
+        QTest::newRow("missing RAW") << QByteArray() << QStringList{path("none"), path("out")} << 1 << path("none").toUtf8();
+        QTest::newRow("RAW is a directory") << QByteArray() << QStringList{m_dir.path(), path("out")} << 1 << QByteArray("Is a directory");
+        QTest::newRow("OUT cannot be made") << QByteArray() << QStringList{path("raw"), path("no/out")} << 1 << path("no/out").toUtf8();
+        QTest::newRow("empty") << QByteArray() << files << 0 << QByteArray();
+        QTest::newRow("lines that are no frames") << QByteArray("[0x1000]\n(((\n[0xZZ]\n[0x12\n\x01\xff text\n[0x2000]\nlast") << files << 0
+                                                  << QByteArray("#0 [0x1000]\n(((\n[0xZZ]\n[0x12\n\x01\xff text\n#1 [0x2000]\nlast\n");
+        QTest::newRow("unknown modules") << QByteArray("/no/module(+0x10) [0x55d000000010]\n/no/lib.so(_ZN3Foo3barEv+0x10) [0x7f0000001010]\n[0x00007f00deadbeef]\n")
+                                         << files << 0
+                                         << QByteArray("#0 /no/module(+0x10) [0x55d000000010]\n#1 /no/lib.so: Foo::bar()+0x10\n#2 [0x00007f00deadbeef]\n");
+    }
+    void demangleBacktrace()
+    {
+        QFETCH(QByteArray, raw);
+        QFETCH(QStringList, arguments);
+        QFETCH(QByteArray, said);
+        QVERIFY(VfTest::writeFile(path("raw"), raw) && VfTest::writeFile(path("out"), QByteArray(10000, 'x')));
+        const Run result = run(DEMANGLE_BACKTRACE, arguments);
+        QTEST(result.status, "exitCode");
+        const QByteArray out = VfTest::readFile(path("out"));
+        if (result.status == 0)
+            QCOMPARE(out, said);
+        else
+            QVERIFY2((result.out + result.err).contains(said) && out == QByteArray(10000, 'x'), result.err.constData());
+    }
 
-        // A name longer than the demangler's first buffer is written whole.
-        Probe::longName(path, {}, {}, {}, {}, {});
-        const QString name = QString("Probe::longName(QString const&, %1, %1, %1, %1, %1)+0x")
-                                 .arg("Probe::ATypeWithALongNameThatIsRepeatedForEveryParameter");
-        QVERIFY(name.size() > 255 && lines(path).at(1).contains(name.toLatin1()));
-        VfUtilities::logBackTrace(directory.filePath("missing/trace"));
-        QVERIFY(!QFileInfo::exists(directory.filePath("missing")));
+    void instrumentDemo()
+    {
+        QVERIFY2(VfTest::isSandboxed(), "run through tests/sandbox-run");
+        const QString path = QFileInfo(DEMANGLE_BACKTRACE).path() + ':' + qgetenv("PATH");
+        const Run normal = run(INSTRUMENT_DEMO, {"--seconds", "1"}, path);
+        const QByteArray velmar = VfTest::readFile(logs + "/velmar.log"), event = VfTest::readFile(logs + "/event.log");
+        QCOMPARE(normal.status, 0);
+        QVERIFY(normal.out.contains(velmar) && normal.out.contains(event) && velmar.contains("] [File not found, The file '"));
+        QVERIFY(velmar.contains("] demo: critical message\n") && event.endsWith("] instrument-demo stopping\n"));
+        // After a crash the demo reports success, as instruments expect of it.
+        QCOMPARE(run(INSTRUMENT_DEMO, {"--crash"}, path).status, 0);
+        QVERIFY(VfTest::readFile(logs + "/backTraceDemangled").contains("instrument-demo: main"));
     }
 };
 
 int main(int argc, char** argv)
 {
-    const QByteArray mode = argc > 1 ? argv[1] : "";
-    if (mode == "--crash" || mode == "--crash-while-logging" || mode == "--stdin-closed")
+    if (argc > 1 && QByteArray(argv[1]).startsWith("--crash"))
         return childMain(argc, argv);
     QCoreApplication app(argc, argv);
     tst_Faults test;
