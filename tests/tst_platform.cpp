@@ -4,128 +4,43 @@
 #include "vftimer.h"
 
 #include <QtTest>
-#include <grp.h>
-#include <sys/mount.h>
-#include <unistd.h>
 
 using namespace Crosscutting;
-
-static QString run(const QString& program, const QString& mode)
-{
-    QProcess child;
-    child.start(program, {mode});
-    child.waitForFinished();
-    return child.readAllStandardOutput();
-}
 
 class tst_Platform : public QObject
 {
     Q_OBJECT
     QTemporaryDir m_dir;
     const QByteArray m_path = qgetenv("PATH");
-    // A df that prints `output`, after recording its arguments.
     void fakeDf(const QString& output)
     {
-        VfTest::writeFakeProgram(m_dir.filePath("bin"), "df", "echo \"$#:$1\" >> " + m_dir.filePath("calls") + "\n" + output);
-        VfTest::prependToPath(m_dir.filePath("bin"));
+        VfTest::writeFakeProgram(m_dir.path(), "df", output);
+        VfTest::prependToPath(m_dir.path());
     }
 private slots:
-    void initTestCase()
-    {
-        if (!VfTest::isSandboxed())
-            QSKIP("writes under /media/usb and /mnt/usrroot: run through tests/sandbox-run");
-    }
     void cleanup()
     {
         qputenv("PATH", m_path);
-        QFile::remove(m_dir.filePath("calls"));
-        umount2("/media/usb/ro", MNT_DETACH);
-        QDir("/media/usb").removeRecursively();
     }
     void paths()
     {
         const VfPlatformInfo info;
-        QCOMPARE(QStringList({VfPlatformInfo::staticDataRootPath(), VfPlatformInfo::systemDataRootPath(), VfPlatformInfo::settingsRootPath(),
-                              VfPlatformInfo::customDataPath(), VfPlatformInfo::userDataRootPath(), VfPlatformInfo::applicationSettingsPath("SPA"),
-                              info.applicationConfigurationFilePath("MiXed").remove(info.rootApplicationPath()), info.dynamicLibraryExtension(true),
-                              info.property("dynamicLibraryExtension").toString(), info.dynamicLibraryPrefix(), VfPlatformInfo::tempDataRootPath()}),
-                 QStringList({"/opt/tarvion/data", "/etc/tarvion", "/etc/tarvion/settings/", "/etc/tarvion/custom/", "/mnt/usrroot/",
-                              "/etc/tarvion/settings/spasettings/", "mixed/mixed_configuration.qml", ".so", "so", "lib", QDir::tempPath()}));
-        QVERIFY(!VfPlatformInfo::isIdentityFileIODisabled());
+        QCOMPARE(QStringList({VfPlatformInfo::applicationSettingsPath("SPA"), info.applicationConfigurationFilePath("MiXed").remove(info.rootApplicationPath()),
+                              info.applicationRequiredFiles("SPA", false, VfPlatformInfo::FrontendFiles).value(0)}),
+                 QStringList({"/etc/tarvion/settings/spasettings/", "mixed/mixed_configuration.qml", "lib/libSpaProxy.so"}));
         qputenv("LD_LIBRARY_PATH", "/usr/lib::/opt/x:/opt/x");
         QCOMPARE(VfPlatformInfo::dynamicLibraryPaths(), QStringList({"/usr/lib", "", "/opt/x", "/lib"}));
-        qunsetenv("LD_LIBRARY_PATH");
-        QCOMPARE(VfPlatformInfo::dynamicLibraryPaths(), QStringList({"", "/lib", "/usr/lib"}));
-    }
-    void rootFromLayout()
-    {
-        // The root follows where the executable lies: a copy of this program is run from a layout.
-        for (const char* made : {"app/bin/demo", "app/Demo", "app/demo"}) {
-            QTemporaryDir layout;
-            QVERIFY(QDir(layout.path()).mkpath(made) && QDir(layout.path()).mkpath("app/bin"));
-            QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), layout.filePath("app/bin/child")));
-            const QString root = QDir(layout.path()).canonicalPath() + (QByteArray(made) == "app/demo" ? "/app/demo/\n" : "/app/\n");
-            QCOMPARE(run(layout.filePath("app/bin/child"), "root"), root);
-        }
-    }
-    void requiredFiles()
-    {
-        const VfPlatformInfo info;
-        QCOMPARE(info.applicationRequiredFiles("SPA", true, VfPlatformInfo::AllFiles),
-                 QStringList({"SPA/lib/libSpaBackend.so", "SPA/lib/libSpaProxy.so", "SPA/lib/libSpaFrontend.so", "SPA/SPAfrontend/qml/ui/main_SPA.qml"}));
-        QCOMPARE(info.applicationRequiredFiles("vna", false, VfPlatformInfo::FrontendFiles),
-                 QStringList({"lib/libVnaProxy.so", "lib/libVnaFrontend.so", "vnafrontend/qml/ui/main_vna.qml"}));
-        QCOMPARE(info.applicationRequiredDirectories("SPA", VfPlatformInfo::AllFiles), QStringList({"SPA/lib", "SPA/SPAfrontend/qml/ui"}));
-        QCOMPARE(info.applicationRequiredDirectories("", VfPlatformInfo::BackendFiles), QStringList{"/lib"});
-        QCOMPARE(info.applicationRequiredFiles("spa", true, VfPlatformInfo::VfRequiredApplicationFiles(3)), QStringList());
-    }
-    void volumes()
-    {
-        for (const char* name : {"beta", "Delta", "alpha", ".hidden", "closed"})
-            QVERIFY(QDir().mkpath(QStringLiteral("/media/usb/") + name));
-        QFile("/media/usb/afile").open(QIODevice::WriteOnly);
-        QFile::setPermissions("/media/usb/closed", QFile::ReadOwner | QFile::ExeOwner);
-        QStringList volumes;
-        for (const VfStorageInfo& volume : VfStorageInfo::mountedVolumes())
-            volumes << volume.aliasName() + '=' + volume.rootPath();
-        QCOMPARE(volumes, QStringList({"Internal=/mnt/usrroot", "alpha=/media/usb/alpha", "beta=/media/usb/beta", "closed=/media/usb/closed",
-                                       "Delta=/media/usb/Delta"}));
-        // Root reads every directory: only another user finds the closed stick unreadable.
-        QCOMPARE(run(QCoreApplication::applicationFilePath(), "nobody"), QStringLiteral("Internal,alpha,beta,Delta\n"));
-        QCOMPARE(VfStorageInfo::mountedVolume("beta").rootPath() + VfStorageInfo::mountedVolume("Beta").rootPath(), QStringLiteral("/media/usb/beta"));
-        QVERIFY(VfStorageInfo::mountedVolume("Internal").isValid() && !VfStorageInfo("/media/usb/afile", "f").isValid());
-        QVERIFY(QDir().mkpath("/media/usb/ro") && mount("ro", "/media/usb/ro", "tmpfs", MS_RDONLY, nullptr) == 0);
-        QVERIFY(VfStorageInfo("/media/usb/ro", "ro").isReadOnly() && !VfStorageInfo("/media/usb/beta/", "b").isReadOnly());
-    }
-    void resolvePath()
-    {
+        // A sibling whose name starts with the root's passes: instruments rely on the bare prefix test.
         const VfStorageInfo stick("/media/usb/stick/", "stick");
-        QCOMPARE(QStringList({stick.resolvePath("a//b/"), stick.resolvePath(""), stick.resolvePath("a/../b"), stick.resolvePath("../stick2/x")}),
-                 QStringList({"/media/usb/stick/a/b", "/media/usb/stick", "/media/usb/stick/b", "/media/usb/stick2/x"}));
-        // A sibling whose name starts with the root's passes, as above: instruments rely on the bare prefix test.
-        QVERIFY(stick.resolvePath("../other").isNull() && stick.resolvePath("../STICK/x").isNull());
-    }
-    void sizesOfRealDf()
-    {
-        QFile filler("/mnt/usrroot/filler");
-        QVERIFY(filler.open(QIODevice::WriteOnly) && filler.write(QByteArray(300 * 1024, 'x')) > 0 && filler.flush());
-        const QStringList fields = run("df", "/mnt/usrroot/").section('\n', 1, 1).simplified().split(' ');
-        const VfStorageInfo internal = VfStorageInfo::mountedVolume("Internal");
-        QCOMPARE(internal.device(), QStringLiteral("vfsandbox"));
-        QCOMPARE(internal.bytesTotal(), (fields.value(2).toLongLong() + fields.value(3).toLongLong()) * 1024);
-        QCOMPARE(internal.bytesFree(), fields.value(3).toLongLong() * 1024);
-        QVERIFY(internal.bytesFree() > 0 && internal.bytesFree() < internal.bytesTotal());
+        QCOMPARE(QStringList({stick.resolvePath("a/../b"), stick.resolvePath("../stick2/x"), stick.resolvePath("../other") + "<null>"}),
+                 QStringList({"/media/usb/stick/b", "/media/usb/stick2/x", "<null>"}));
     }
     void dfOutput_data()
     {
         QTest::addColumn<QString>("output");
         QTest::addColumn<QString>("sizes"); // device, total, free
-        QTest::newRow("size column unused") << "echo h; echo '/dev/sda1 1000 200 700 23% /m'" << "/dev/sda1 921600 716800";
-        QTest::newRow("tabs, second line only") << "printf 'h\\nd\\t10\\t1\\t2\\t3%%\\t/m\\nx 1 5 5 5%% /n\\n'" << "d 3072 2048";
-        QTest::newRow("wrapped: no sizes") << "printf 'h\\n/dev/mapper/long\\n  1000 200 700 23%% /m\\n'" << " 0 0";
-        QTest::newRow("five columns: no sizes") << "echo h; echo 'd 1000 200 700 23%'" << " 0 0";
+        QTest::newRow("six columns, size column unused") << "echo h; echo '/dev/sda1 1000 200 700 23% /m'" << "/dev/sda1 921600 716800";
         QTest::newRow("overflow saturates") << "echo h; echo 'd 0 9223372036854775807 1 1% /m'" << "d 9223372036854775807 1024";
-        QTest::newRow("crashes after printing") << "echo h; echo 'd 1 4 5 1% /m'; kill -SEGV $$" << "d 9216 5120";
     }
     void dfOutput()
     {
@@ -133,9 +48,6 @@ private slots:
         fakeDf(output);
         const VfStorageInfo volume("/mnt/usrroot", "Internal");
         QTEST(QStringLiteral("%1 %2 %3").arg(volume.device()).arg(volume.bytesTotal()).arg(volume.bytesFree()), "sizes");
-        QFile calls(m_dir.filePath("calls"));
-        QVERIFY(calls.open(QIODevice::ReadOnly));
-        QCOMPARE(calls.readAll(), QByteArray("1:/mnt/usrroot/\n").repeated(3));
     }
     void dfThatHangsOrCannotStartKeepsValues()
     {
@@ -153,36 +65,12 @@ private slots:
     void timer()
     {
         VfTimer timer;
-        QCOMPARE(timer.elapsedTime(), 0.0);
-        timer.stop();
-        QVERIFY(qAbs(timer.elapsedTime() - QDateTime::currentMSecsSinceEpoch()) < 1000);
         timer.start();
         QTest::qSleep(20);
-        const double running = timer.elapsedTime();
-        QVERIFY(timer.isTimerRunning());
         timer.stop();
-        const double stopped = timer.elapsedTime();
-        QTest::qSleep(5);
-        QVERIFY(!timer.isTimerRunning() && timer.elapsedTime() == stopped && stopped != qRound(stopped)); // fractions are kept
-        QVERIFY2(running >= 20 && stopped >= running && stopped < 10000, qPrintable(QString::number(stopped)));
+        QVERIFY2(timer.elapsedTime() >= 20 && timer.elapsedTime() < 10000, qPrintable(QString::number(timer.elapsedTime())));
     }
 };
 
-int main(int argc, char** argv)
-{
-    QCoreApplication app(argc, argv);
-    const QByteArray mode = argc > 1 ? argv[1] : "";
-    if (mode == "root")
-        return printf("%s\n", qPrintable(VfPlatformInfo().rootApplicationPath())) < 0;
-    if (mode == "nobody") {
-        QStringList names;
-        if (setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0)
-            for (const VfStorageInfo& volume : VfStorageInfo::mountedVolumes())
-                names << volume.aliasName();
-        return printf("%s\n", qPrintable(names.join(','))) < 0;
-    }
-    tst_Platform test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_GUILESS_MAIN(tst_Platform)
 #include "tst_platform.moc"
