@@ -4,6 +4,7 @@
 #include "vftimer.h"
 
 #include <QtTest>
+#include <sys/mount.h>
 
 using namespace Crosscutting;
 
@@ -35,11 +36,20 @@ private slots:
         QCOMPARE(QStringList({stick.resolvePath("a/../b"), stick.resolvePath("../stick2/x"), stick.resolvePath("../other") + "<null>"}),
                  QStringList({"/media/usb/stick/b", "/media/usb/stick2/x", "<null>"}));
     }
+    void readOnlyVolume()
+    {
+        if (!VfTest::isSandboxed())
+            QSKIP("mounts a tmpfs under /media/usb: run through tests/sandbox-run");
+        QVERIFY(QDir().mkpath("/media/usb/ro") && mount("ro", "/media/usb/ro", "tmpfs", MS_RDONLY, nullptr) == 0);
+        // Left mounted: the sandbox's mount namespace ends with this program.
+        QVERIFY(VfStorageInfo("/media/usb/ro", "ro").isReadOnly() && !VfStorageInfo("/media/usb", "usb").isReadOnly());
+    }
     void dfOutput_data()
     {
         QTest::addColumn<QString>("output");
         QTest::addColumn<QString>("sizes"); // device, total, free
         QTest::newRow("six columns, size column unused") << "echo h; echo '/dev/sda1 1000 200 700 23% /m'" << "/dev/sda1 921600 716800";
+        QTest::newRow("crashes after printing") << "echo h; echo 'd 1 4 5 1% /m'; kill -SEGV $$" << "d 9216 5120";
         QTest::newRow("overflow saturates") << "echo h; echo 'd 0 9223372036854775807 1 1% /m'" << "d 9223372036854775807 1024";
     }
     void dfOutput()
