@@ -2,17 +2,19 @@
 #include "vftestsupport.h"
 #include "vfutilities.h"
 
+#include <QDomDocument>
 #include <QtTest>
 #include <sys/stat.h>
 
 using namespace Crosscutting;
+using Codes = QList<StatusCode>;
 
 class tst_Utilities : public QObject
 {
     Q_OBJECT
     QScopedPointer<StatusEventRecorder> m_recorder;
     QTemporaryDir m_dir;
-    QStringList arguments() const { return m_recorder->events.value(0).sourceContext()->additionalInfo(); }
+    QStringList arguments(int event = 0) const { return m_recorder->events.value(event).sourceContext()->additionalInfo(); }
     QString path(const QString& name) const { return m_dir.filePath(name); }
 private slots:
     void init()
@@ -24,6 +26,8 @@ private slots:
     {
         QCOMPARE(QList<StatusCode>({VfUtilities::processCommand("sh", {"-c", "exit 0"}), VfUtilities::processCommand("/nonexistent/x", {})}),
                  QList<StatusCode>({VfStatusCodes::Success, VfStatusCodes::ExternalProcessFailed}));
+        // Deliberately one argument for a two-marker text, and no blank after "Failed to process": instruments log it so.
+        QCOMPARE(arguments(0) + arguments(1), QStringList({"27", "1", "2", "Failed to process/nonexistent/x "}));
     }
     void shellHelper_data()
     {
@@ -49,6 +53,17 @@ private slots:
         const QString stat = "/proc/" + VfTest::readFile(path("child")).trimmed() + "/stat";
         QTRY_VERIFY_WITH_TIMEOUT(VfTest::readFile(stat) == "<missing>" || VfTest::readFile(stat).contains(") Z "), 3000);
     }
+    void outputOfCommand()
+    {
+        QByteArray out = "kept", err = "kept";
+        qint32 exitCode = 77;
+        QCOMPARE(VfUtilities::outputOfCommand("vf-no-such-program --flag", out, err, &exitCode), StatusCode(VfStatusCodes::CommandNotRecognized));
+        QCOMPARE(out + err + QByteArray::number(exitCode), QByteArray("keptkept77"));
+        // Split by Qt, with no shell to expand $HOME; an exit code is returned, not reported.
+        QCOMPARE(VfUtilities::outputOfCommand("sh -c \"echo $0; echo err >&2; exit 2\" $HOME", out, err, &exitCode), StatusCode(VfStatusCodes::ExternalProcessFailed));
+        QCOMPARE(out + err + QByteArray::number(exitCode), QByteArray("$HOME\nerr\n2"));
+        QCOMPARE(arguments() << QString::number(m_recorder->events.size()), QStringList({"vf-no-such-program --flag", "1"}));
+    }
     void files()
     {
         QCOMPARE(VfUtilities::filePathOnly("/a/b.txt") + ' ' + VfUtilities::filePathOnly("b"), QStringLiteral("/a b"));
@@ -57,9 +72,19 @@ private slots:
         ::umask(saved);
         struct stat status;
         QCOMPARE(::stat(QFile::encodeName(path("made/x")).constData(), &status) == 0 ? status.st_mode & 07777 : 0, 0777u);
-        QVERIFY(VfTest::writeFile(path("b"), "first"));
+        QVERIFY(VfTest::writeFile(path("b"), "first") && VfTest::writeFile(path("c"), "x") && QDir().mkdir(path("c.old")));
         QCOMPARE(VfUtilities::makeBackupFile(path("b"), "old"), StatusCode(VfStatusCodes::Success));
         QCOMPARE(VfTest::readFile(path("b.old")), QByteArray("first"));
+        // No directory under a file; a backup that cannot be removed is reported, and the copy is tried all the same.
+        QCOMPARE(Codes({VfUtilities::makePath(path("b/sub"), true), VfUtilities::makeBackupFile(path("c"), "old")}), Codes({VfStatusCodes::DirectoryCannotCreate, VfStatusCodes::FileCannotCopy}));
+        QCOMPARE(m_recorder->codes(), Codes({VfStatusCodes::DirectoryCannotCreate, VfStatusCodes::FileCannotRemove, VfStatusCodes::FileCannotCopy}));
+        QCOMPARE(arguments(0) + arguments(1) + arguments(2), QStringList({path("b/sub"), path("c.old"), path("c"), path("c.old")}));
+        // Files behind links are listed; a linked directory is not walked.
+        QVERIFY(VfTest::writeFile(path("tree/one/two/c"), "x") && VfTest::writeFile(path("tree/top"), "x"));
+        QVERIFY(QFile::link(path("made"), path("tree/dirlink")) && QFile::link(path("tree/top"), path("tree/toplink")));
+        QStringList found = VfUtilities::findAllFiles(QDir(path("tree"))).replaceInStrings(path("tree"), "");
+        found.sort();
+        QCOMPARE(found, QStringList({"/one/two/c", "/top", "/toplink"}));
     }
     void metadata()
     {
@@ -70,6 +95,29 @@ private slots:
         QCOMPARE(VfUtilities::retrieveMetaProperty("required", object, "app.json"), QString());
         QCOMPARE(arguments(), QStringList({"app.json", "Configuration file app.json'' does not contain required entry for 'app.json'"}));
         QCOMPARE(QList<bool>({VfUtilities::fuzzyCompare(1, 1 + 1e-13), VfUtilities::fuzzyCompare(1e6, 1e6 + 1)}), QList<bool>({true, false}));
+    }
+    void writeDomNode()
+    {
+        QDomDocument document;
+        document.setContent(QStringLiteral("<r id=\"1\"><a/>t<b/><c k=\"v\"/></r>"));
+        QString text;
+        QXmlStreamWriter writer(&text);
+        VfUtilities::writeDomNode(&writer, document, true);
+        // Deliberately kept as instruments read it: each child also writes its later siblings, and nothing follows a text.
+        QCOMPARE(text, QStringLiteral("<r id=\"1\"><a/>tt<b/><c k=\"v\"/><c k=\"v\"/></r>"));
+    }
+    void jsonDocument()
+    {
+        QVERIFY(VfTest::writeFile(path("good.json"), "{\"a\": [1, \"b\"]}") && VfTest::writeFile(path("bad.json"), "{\"a\": ") && QDir().mkpath(path("dir.json")));
+        QJsonDocument document;
+        QCOMPARE(VfUtilities::createJsonDocumentFromFile(path("good.json"), &document, true), StatusCode(VfStatusCodes::Success));
+        QCOMPARE(document.object().value("a").toArray().at(1).toString(), QStringLiteral("b"));
+        const Codes returned{VfUtilities::createJsonDocumentFromFile(path("bad.json"), &document, true), VfUtilities::createJsonDocumentFromFile(path("none"), &document, true),
+                             VfUtilities::createJsonDocumentFromFile(path("dir.json"), &document, true), VfUtilities::createJsonDocumentFromFile(path("good.json"), nullptr, true),
+                             VfUtilities::createJsonDocumentFromFile(path("bad.json"), &document, false)};
+        QCOMPARE(returned, Codes({VfStatusCodes::ConfigurationDataInvalid, VfStatusCodes::FileNotFound, VfStatusCodes::FileCannotOpen, VfStatusCodes::InputNull, VfStatusCodes::ConfigurationDataInvalid}));
+        QVERIFY(document.isEmpty());
+        QCOMPARE(m_recorder->codes(), returned.mid(0, 4)); // the last one asked for no report
     }
 };
 
