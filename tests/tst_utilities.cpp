@@ -80,8 +80,8 @@ private slots:
         QCOMPARE(m_recorder->codes(), Codes({VfStatusCodes::DirectoryCannotCreate, VfStatusCodes::FileCannotRemove, VfStatusCodes::FileCannotCopy}));
         QCOMPARE(arguments(0) + arguments(1) + arguments(2), QStringList({path("b/sub"), path("c.old"), path("c"), path("c.old")}));
         // Files behind links are listed; a linked directory is not walked.
-        QVERIFY(VfTest::writeFile(path("tree/one/two/c"), "x") && VfTest::writeFile(path("tree/top"), "x"));
-        QVERIFY(QFile::link(path("made"), path("tree/dirlink")) && QFile::link(path("tree/top"), path("tree/toplink")));
+        QVERIFY(VfTest::writeFile(path("tree/one/two/c"), "x") && VfTest::writeFile(path("tree/top"), "x") && VfTest::writeFile(path("outside/hidden"), "x"));
+        QVERIFY(QFile::link(path("outside"), path("tree/dirlink")) && QFile::link(path("tree/top"), path("tree/toplink")));
         QStringList found = VfUtilities::findAllFiles(QDir(path("tree"))).replaceInStrings(path("tree"), "");
         found.sort();
         QCOMPARE(found, QStringList({"/one/two/c", "/top", "/toplink"}));
