@@ -177,19 +177,36 @@ private slots:
         QCOMPARE(readFile(eventLog), eventBefore + fill(event));
     }
 
+    void console_data()
+    {
+        QTest::addColumn<QString>("cls");
+        QTest::addColumn<QString>("module");
+        QTest::addColumn<int>("source");
+        QTest::newRow("Vf class, VfDebug") << "VfUtilities" << "VfDebug" << int(FrameworkDebugSource);
+        QTest::newRow("Vf class, other module") << "VfThing" << "appDebug" << int(FrameworkSource);
+        QTest::newRow("Q class, hidden") << "QObject" << "VfDebug" << int(QtSource);
+        QTest::newRow("lower-case q class, appDebug") << "qobject" << "appDebug" << int(ApplicationDebugSource);
+        QTest::newRow("application class") << "Foo" << "AppDebug" << int(ApplicationSource);
+    }
+
     void console()
     {
+        QFETCH(QString, cls);
+        QFETCH(QString, module);
+        QFETCH(int, source);
         QList<QPair<int, QByteArray>> seen;
         manager()->registerIgnoreHandler([&seen](MessageSource source, const char* text) {
             seen.append({int(source), text});
-            return false;
+            return source == QtSource;
         });
         const QString message = QStringLiteral("  caf\u00e9 \u20ac \n");
         const QByteArray printed = captureStdout(
-            [&] { manager()->addLogEntry(context("Foo", "appDebug"), Severity::Warning, message, StatusLog); });
+            [&] { manager()->addLogEntry(context(cls, module), Severity::Warning, message, StatusLog); });
         // The handler sees the text trimmed, in Latin-1; the console gets it untrimmed.
-        QCOMPARE(seen, (QList<QPair<int, QByteArray>>{{int(ApplicationDebugSource), "caf\xe9 ?"}}));
-        QCOMPARE(printed, "[f:1:appDebug] " + message.toLocal8Bit());
+        QCOMPARE(seen, (QList<QPair<int, QByteArray>>{{source, "caf\xe9 ?"}}));
+        QCOMPARE(printed, source == QtSource ? QByteArray() : "[f:1:" + module.toUtf8() + "] " + message.toLocal8Bit());
+        manager()->forceFlushAllLogs();
+        QVERIFY(readFile(velmarLog).endsWith(" " + message.toUtf8())); // file writers never ask the handler
     }
 
     void managerDefaults()
@@ -357,6 +374,12 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("entry"); // module:line severity message
         QTest::newRow("path to a framework file") << 0 << QByteArray("/src/vflog.cpp") << "a" << "VfDebug:7 1 a\n";
+        QTest::newRow("debug, Qt file") << 0 << QByteArray("qobject.cpp") << "a" << "QDEBUG:7 1 a\n";
+        QTest::newRow("info as debug") << int(QtInfoMsg) << QByteArray("qobject.cpp") << "a" << "QDEBUG:7 1 a\n";
+        QTest::newRow("warning") << int(QtWarningMsg) << QByteArray("qobject.cpp") << "a" << "QWARNING:7 2 a\n";
+        QTest::newRow("critical") << int(QtCriticalMsg) << QByteArray("qobject.cpp") << "a" << "QCRITICAL:7 4 a\n";
+        QTest::newRow("upper-case Q file") << 1 << QByteArray("QObject.cpp") << "a" << "appDebug:7 2 a\n";
+        QTest::newRow("directory beginning with q") << 0 << QByteArray("/qt/main.cpp") << "a" << "appDebug:7 1 a\n";
         QTest::newRow("v but not vf") << 0 << QByteArray("velmar.cpp") << "a" << "appDebug:7 1 a\n";
         QTest::newRow("trimmed, one line end") << 0 << QByteArray("main.cpp") << " a\nb \n\n" << "appDebug:7 1 a\nb\n";
     }

@@ -7,13 +7,19 @@
 #include <future>
 
 namespace Crosscutting {
-// The diagnostics are dormant: no public operation moves the state or fills a mutex's record,
-// so only these friends reach that code.
+// The diagnostics are dormant: no public operation moves the state, fills a mutex's record or
+// the tracker's lock order, so only these friends reach that code.
 struct VfMutexToolsControllerTestAccess {
     static void setState(int state) { VfMutexToolsController::instance()->m_state = static_cast<unsigned char>(state); }
 };
 struct VfAbstractMutexTestAccess {
     static VfMutexTools& tools(VfAbstractMutex& mutex) { return mutex.m_mutexTools; }
+};
+struct VfMutexTrackerTestAccess {
+    static void setThread(VfMutexTracker& t, unsigned long long id, std::deque<MutexTrackerInfo> locks)
+    {
+        t.m_trackingData[id] = std::move(locks);
+    }
 };
 } // namespace Crosscutting
 
@@ -38,9 +44,32 @@ private slots:
     void init() { QThread::currentThread()->setObjectName("tester"); }
     void cleanup() { Access::setState(0); }
 
+    void trackerIds_data()
+    {
+        QTest::addColumn<QString>("operations"); // g: getMutexId, uN: unsetMutexId(N)
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("fresh") << "g g g" << "1 2 3";
+        QTest::newRow("released ids first, oldest first") << "g g g u2 u1 g g g" << "1 2 3 2 1 4";
+        QTest::newRow("released twice, handed out twice") << "g g g u2 u2 g g g" << "1 2 3 2 2 4";
+        QTest::newRow("never handed out, goes out all the same") << "u7 u0 g g g" << "7 0 1";
+    }
+    void trackerIds()
+    {
+        QFETCH(QString, operations);
+        QFETCH(QString, expected);
+        VfMutexTracker tracker;
+        QStringList ids;
+        for (const QString& operation : operations.split(' ')) {
+            if (operation == "g")
+                ids << QString::number(tracker.getMutexId());
+            else
+                tracker.unsetMutexId(operation.mid(1).toUInt());
+        }
+        QCOMPARE(ids.join(' '), expected);
+    }
+
     void mutexIds()
     {
-        QCOMPARE(VfMutexTracker().getMutexId(), 1u);
         auto* first = new VfRecursiveMutex(1000);
         const unsigned int id = first->mutexId();
         QVERIFY(id != 0 && id != s_staticMutex.mutexId() && s_staticMutex.mutexId() != 0);
@@ -138,6 +167,23 @@ private slots:
         if (state & 2)
             expected.replace("TIMES", "tester has retained locked for: " + QByteArray::number(times.begin()->second) + " ms\n");
         QCOMPARE(capture.text(), expected);
+    }
+
+    void trackerLockOrder()
+    {
+        VfMutexTracker tracker;
+        VfMutexTrackerTestAccess::setThread(tracker, 5, {}); // no locks: no line
+        VfMutexTrackerTestAccess::setThread(tracker, 0xFFFFFFFFFFFFFFF0ULL, {{1, "high", "h.cpp", 1, "highThread"}});
+        VfMutexTrackerTestAccess::setThread(tracker, 3, {{4, "outer", "a.cpp", 12, "first"}, {4294967295u, "inner", "c.cpp", -1, "second"}});
+        CoutCapture capture;
+        tracker.printMutexTrackingData();
+        QCOMPARE(capture.text(), QByteArray("Current mutex lock order for first:\n"
+                                            "\tFunction: outer, file: a.cpp, line: 12, mutex id: 4\n"
+                                            "\tFunction: inner, file: c.cpp, line: -1, mutex id: 4294967295\n"
+                                            "Current mutex lock order for highThread:\n"
+                                            "\tFunction: high, file: h.cpp, line: 1, mutex id: 1\n"));
+        // Threads order by id alone: the names play no part.
+        QVERIFY(!(ThreadIdentification{7, "a"} < ThreadIdentification{7, "b"}));
     }
 };
 
