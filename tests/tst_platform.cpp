@@ -26,9 +26,10 @@ private slots:
     void paths()
     {
         const VfPlatformInfo info;
-        QCOMPARE(QStringList({VfPlatformInfo::applicationSettingsPath("SPA"), info.applicationConfigurationFilePath("MiXed").remove(info.rootApplicationPath()),
-                              info.applicationRequiredFiles("SPA", false, VfPlatformInfo::FrontendFiles).value(0)}),
-                 QStringList({"/etc/tarvion/settings/spasettings/", "mixed/mixed_configuration.qml", "lib/libSpaProxy.so"}));
+        const QStringList found{VfPlatformInfo::applicationSettingsPath("SPA"),
+                                info.applicationConfigurationFilePath("MiXed").remove(info.rootApplicationPath()),
+                                info.applicationRequiredFiles("SPA", false, VfPlatformInfo::FrontendFiles).value(0)};
+        QCOMPARE(found, QStringList({"/etc/tarvion/settings/spasettings/", "mixed/mixed_configuration.qml", "lib/libSpaProxy.so"}));
         qputenv("LD_LIBRARY_PATH", "/usr/lib::/opt/x:/opt/x");
         QCOMPARE(VfPlatformInfo::dynamicLibraryPaths(), QStringList({"/usr/lib", "", "/opt/x", "/lib"}));
         // A sibling whose name starts with the root's passes: instruments rely on the bare prefix test.
